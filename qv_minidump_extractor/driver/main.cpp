@@ -1,0 +1,124 @@
+// One run: from the crash partition to files that engineers can collect, and a free partition.
+//
+// The log lines, the properties and their order are read by other services and scripts of the
+// device. Errors of the steps here are logged at INFO too, and almost none of them stops the run.
+
+#include <android-base/logging.h>
+#include <cutils/properties.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "driver/run_values.h"
+#include "driver/text_file.h"
+#include "driver/timestamp.h"
+#include "extraction/archive_retention.h"
+#include "extraction/partition_access.h"
+#include "extraction/region_table.h"
+#include "extraction/restart_reason.h"
+
+namespace {
+
+constexpr int kExitInvalidArguments = 22;
+constexpr char kStatusProperty[] = "vendor.minidump.cp.status";
+constexpr int32_t kBlockShift = 12;
+constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
+constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
+
+// Returns the number of blocks that a dump of the size in `size_text` takes: always one more than
+// the whole blocks in it, which is how much the boot chain may have written.
+int32_t dump_blocks(const std::string& size_text) {
+    return static_cast<int32_t>((unsigned_hex2dec(size_text) >> kBlockShift) + 1);
+}
+
+void name_this_run() {
+    current_timestamp = GetCurrentTimestamp();
+    LOG(INFO) << "Current Timestamp: " << current_timestamp;
+    panic_log_dir += "_" + current_timestamp;
+    property_set(kLastDumpProperty, (std::string(kPanicLogStem) + "_" + current_timestamp).c_str());
+    property_set("vendor.qv_dump.exist", "1");
+}
+
+void make_tmp_folder(const std::string& tmp_path) {
+    struct stat status = {};
+    if (stat(tmp_path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        LOG(INFO) << "Temp folder already exists: " << tmp_path;
+    } else if (mkdir(tmp_path.c_str(), 0777) != 0) {
+        LOG(INFO) << "Failed to create temp folder: " << tmp_path;
+    } else {
+        LOG(INFO) << "Created temp folder: " << tmp_path;
+    }
+}
+
+// Regions and their list go to the minidump folder, not to the working directory: that is where
+// their collectors look.
+void extract_regions(const std::string& header_path) {
+    for (int32_t i = 0; i < md_region_count; ++i) {
+        get_md_by_section_num(i + 1, minidump_dir, "");
+        writeStringToFile(read_region_name(header_path, i + 1),
+                          minidump_dir + "/" + kTmpFolder + "/" + kDumpInfo);
+    }
+}
+
+void archive_dump() {
+    const std::string archive_name = kArchivePrefix + current_timestamp + ".tar.gz";
+    const std::string archive_path = work_dir + "/" + archive_name;
+    const std::string command = "tar -zcvf " + archive_path + " -C " + work_dir + " " + kDumpImage;
+    LOG(INFO) << command;
+    if (std::system(command.c_str()) != 0) {
+        LOG(INFO) << "Compression failed.";
+        return;
+    }
+    LOG(INFO) << "Compression completed successfully.";
+    LOG(INFO) << "minidump save as " << archive_path;
+    property_set("vendor.minidump.last_file", archive_name.c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    setenv("ANDROID_LOG_TAGS", "*:d", 1);
+    android::base::InitLogging(argv, android::base::LogdLogger(android::base::SYSTEM),
+                               android::base::DefaultAborter);
+    LOG(INFO) << "qv_minidump_extractor start!!";
+    const auto start = std::chrono::steady_clock::now();
+    if (argc < 2) {
+        LOG(INFO) << "Invalid arguments.";
+        return kExitInvalidArguments;
+    }
+    // Callers must pass a first argument, but what it says makes no difference.
+    [[maybe_unused]] const std::string first_argument = argv[1];
+    work_dir = argc == 2 ? "." : argv[2];
+
+    const std::string header_path = work_dir + "/" + kHeaderImage;
+    dump_dd(logdump_partition_path, header_path, kBlockSize, kHeaderBlocks, 0);
+    validate(header_path);
+    property_set(kStatusProperty, "running");
+    name_this_run();
+
+    const std::string size_text = read_raw(header_path, kDumpSizeOffset, kDumpSizeSize);
+    LOG(INFO) << "dump size is " << unsigned_hex2dec(size_text);
+    dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks(size_text),
+            0);
+    md_region_count = static_cast<int32_t>(
+            unsigned_hex2dec(read_raw(header_path, kRegionCountOffset, kRegionCountSize)));
+    make_tmp_folder(work_dir + "/" + kTmpFolder);
+    extract_regions(header_path);
+
+    archive_dump();
+    get_restart_info();
+    check_minidump_num(work_dir);
+
+    // Frees the partition for the next crash, whatever became of this one. The header copy may be
+    // gone by now, so the size text from above serves.
+    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks(size_text), 0);
+    const auto end = std::chrono::steady_clock::now();
+    LOG(INFO) << "Time taken: "
+              << std::chrono::duration_cast<std::chrono::milliseconds>(end - start).count()
+              << " ms";
+    property_set(kStatusProperty, "1");
+    return 0;
+}

@@ -1,0 +1,16 @@
+#include "driver/text_file.h"
+
+#include <fstream>
+#include <iostream>
+
+bool writeStringToFile(const std::string& text, const std::string& path) {
+    std::ofstream file(path, std::ios::app);
+    if (!file.is_open()) {
+        std::cerr << "Failed to open file: " << path << std::endl;
+        return false;
+    }
+    // The readers of this file expect CR LF. Do not turn it into a plain line feed.
+    file << text << "\r\n";
+    file.close();
+    return true;
+}

@@ -1,0 +1,39 @@
+// Reads of single fields, and block copies, between the partition and files. Nothing here knows
+// the minidump format. Each call opens its files anew; positions are absolute, in bytes.
+#pragma once
+
+#include <cstdint>
+#include <ios>
+#include <string>
+
+// Reads `length` bytes at `position` of the file at `path` into `buffer`. Reports nothing: when the
+// file cannot be opened or ends early, every byte that was not read keeps its value, so callers
+// preset what they test.
+void byte_read_raw(const std::string& path, int32_t position, int32_t length,
+                   unsigned char* buffer);
+
+// The same routine, under the name it carries where the bytes are text.
+inline constexpr auto& byte_read_ascii = byte_read_raw;
+
+// Returns `length` bytes at `position` of the file at `path` as hexadecimal text in file order: two
+// lowercase digits a byte, "00" for a byte past the end. Returns an empty string, with an INFO
+// line, when the file cannot be opened.
+std::string read_raw(const std::string& path, std::streampos position, int32_t length);
+
+// Returns exactly `length` bytes at `position` of the file at `path`, zero bytes included; bytes
+// past the end are zero. Returns an empty string, with an ERROR line, when the file cannot be
+// opened. Throws std::length_error on a negative length.
+std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length);
+
+// Decodes the text of read_raw as a little-endian number of 32 bits. Byte j lands at bit
+// 8 * (j % 4), so the high half of an eight-byte field is ORed onto its low half. A pair that is no
+// hexadecimal text, and every pair after it, counts as 0. Returns 0 for an empty text.
+uint32_t unsigned_hex2dec(const std::string& text);
+
+// Copies `count` blocks of `block_size` bytes from the file `source`, from byte `skip` on, to the
+// file `destination`, which is created or cut to nothing first. None when `count` is below 1.
+// Reports no error. Always writes block_size * count bytes: after a short read the rest of the
+// block is as the block before left it, and blocks past the end of the source repeat the last one.
+// Throws std::bad_alloc on a negative block size.
+void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
+             int32_t count, int32_t skip);
