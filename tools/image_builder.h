@@ -1,0 +1,27 @@
+// Builds minidump partition images for the workstation: the tests, the demo and the benchmark.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct Region {
+    std::string name;  // up to 20 bytes; a longer one is cut
+    std::string content;
+};
+
+// Writes `value` into `image` at byte `offset`, little-endian in `size` bytes (1 to 8). The image
+// must reach that far.
+void put_number(std::string& image, size_t offset, size_t size, uint64_t value);
+
+// Returns the little-endian number of `size` bytes (1 to 8) at byte `offset` of `image`; 0 for
+// bytes past its end.
+uint64_t get_number(const std::string& image, size_t offset, size_t size);
+
+// Returns a valid partition image: header, region table, then the regions' data, and zeros up to
+// `partition_size` bytes (at least the dump). Bytes that no reader may depend on hold 0xa5.
+std::string build_image(const std::vector<Region>& regions, size_t partition_size);
+
+// Returns the regions of a plausible crash: kernel console, restart record, message RAM and more.
+std::vector<Region> sample_regions();
