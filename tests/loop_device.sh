@@ -1,0 +1,18 @@
+#!/bin/bash
+# Runs the tests of whole runs on a loop device in the place of the crash partition:
+# loop_device.sh TEST_PROGRAM. Status 77 (skipped) where the machine lends none.
+set -euo pipefail
+here=$(dirname "$(realpath "$0")")
+work=$(mktemp -d)
+device=
+trap '[ -z "$device" ] || losetup -d "$device"; rm -rf "$work"' EXIT
+
+truncate -s 2M "$work/partition"
+if ! device=$(losetup -f --show "$work/partition" 2>&1); then
+    echo "skipped: no loop device for this user on this machine: $device"
+    device=
+    exit 77
+fi
+mkdir -p "$work/root/dev/block/by-name"
+ln -s "$device" "$work/root/dev/block/by-name/logdump"
+"$here/../host/virtual_device" "$work/root" "$1"

@@ -1,0 +1,47 @@
+// What the tests share. They run inside a virtual device, on the tool's real paths.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "image_builder.h"
+
+using Lines = std::vector<std::string>;
+
+inline const std::string kPartition = "/dev/block/by-name/logdump";
+inline const std::string kPlace = "/data/vendor/minidump";
+
+std::string read_file(const std::string& path);
+// Makes missing folders too.
+void write_file(const std::string& path, const std::string& content = "");
+// Every entry below `directory` in order of names, folders with a "/" behind them.
+Lines tree(const std::string& directory);
+// The permission bits of `path`.
+unsigned int mode(const std::string& path);
+
+// The log so far, a line for each record: its severity's letter, a blank, its message.
+Lines log_records();
+// Every property_set so far: "set KEY=VALUE" or "refused KEY=VALUE".
+Lines journal();
+
+struct Outcome {
+    int status;  // the exit status, or minus the signal's number
+    std::string out;
+    std::string err;
+};
+
+// The clock of every run_tool, and the text the tool makes of it.
+inline const std::string kRunTime = "2024-01-07 09:05:03";
+inline const std::string kRunStamp = "2024-01-07-09-05-03";
+
+// Runs the tool in the current directory, in a time zone that is not UTC, at kRunTime.
+Outcome run_tool(const Lines& arguments = {"logdump", kPlace});
+
+// A new device for each test: empty folders, no property, no log.
+class DeviceTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+};
