@@ -33,10 +33,10 @@ class RunTest : public DeviceTest {
     }
     // Expects the archive to hold the partition's first `extent` bytes, as they were, alone.
     void expect_archived(const std::string& archive, size_t extent) {
-        fs::create_directory("/tmp/unpacked");
-        EXPECT_EQ(0, system(("tar -xzf " + archive + " -C /tmp/unpacked").c_str()));
-        EXPECT_EQ((Lines{"minidump.bin"}), tree("/tmp/unpacked"));
-        EXPECT_TRUE(before_.substr(0, extent) == read_file("/tmp/unpacked/minidump.bin"));
+        fs::create_directory(kScratch + "/unpacked");
+        EXPECT_EQ(0, system(("tar -xzf " + archive + " -C " + kScratch + "/unpacked").c_str()));
+        EXPECT_EQ((Lines{"minidump.bin"}), tree(kScratch + "/unpacked"));
+        EXPECT_TRUE(before_.substr(0, extent) == read_file(kScratch + "/unpacked/minidump.bin"));
     }
 
     std::string before_;

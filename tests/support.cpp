@@ -101,24 +101,25 @@ Outcome run_tool(const Lines& arguments) {
         setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
         setenv("NO_FAKE_STAT", "1", 1);
         setenv("ASAN_OPTIONS", __asan_default_options(), 1);
-        if (freopen("/tmp/out", "w", stdout) != nullptr &&
-            freopen("/tmp/err", "w", stderr) != nullptr) {
+        if (freopen((kScratch + "/out").c_str(), "w", stdout) != nullptr &&
+            freopen((kScratch + "/err").c_str(), "w", stderr) != nullptr) {
             execv(tool.c_str(), argv.data());
         }
         _exit(126);
     }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), read_file("/tmp/out"),
-            read_file("/tmp/err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
+            read_file(kScratch + "/out"), read_file(kScratch + "/err")};
 }
 
 void DeviceTest::SetUp() {
-    for (const char* path : {"/data", "/mnt/vendor", "/dev/log", "/dev/__properties__", "/tmp"}) {
+    for (const char* path : {"/data", "/mnt/vendor", "/dev/log", "/dev/__properties__"}) {
         empty_folder(path);
     }
     fs::create_directories(kPlace + "/aop_dump");
     fs::create_directory(kPlace + "/tmp");
+    fs::create_directories(kScratch);
     fs::current_path("/data");
     work_dir = kPlace;
     static std::string name = "tests";

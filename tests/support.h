@@ -13,6 +13,7 @@ using Lines = std::vector<std::string>;
 
 inline const std::string kPartition = "/dev/block/by-name/logdump";
 inline const std::string kPlace = "/data/vendor/minidump";
+inline const std::string kScratch = "/data/local/tmp";
 
 std::string read_file(const std::string& path);
 // Makes missing folders too.
