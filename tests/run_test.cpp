@@ -71,8 +71,9 @@ TEST_F(RunTest, TakesAPartitionToFilesPropertiesAndLog) {
                      "I Temp folder already exists: " + kPlace + "/tmp", "I " + tar,
                      "I Compression completed successfully.",
                      "I minidump save as " + kPlace + "/" + kArchive,
-                     "I restart_info = kernel_panic", "I chmod -R 0771 " + kPlace,
-                     "I chown -R root:system " + kPlace, "I Preserved files: " + kArchive,
+                     "I restart_info = kernel_panic"} +
+               repair_records() +
+               Lines{"I Preserved files: " + kArchive,
                      "I Time taken: " + std::to_string(milliseconds) + " ms"}),
               log);
     EXPECT_EQ(property_lines({"minidump.cp.status=running",

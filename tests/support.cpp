@@ -83,6 +83,20 @@ Lines log_records() {
     return records;
 }
 
+Lines repair_records() {
+    const std::string command = "chown -R root:system " + kPlace;
+    Lines records = {"I chmod -R 0771 " + kPlace, "I " + command};
+    if (chown(kScratch.c_str(), 0, 1000) != 0) {
+        records.push_back("I Error: " + command + " failed");
+    }
+    return records;
+}
+
+Lines operator+(Lines left, const Lines& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 Lines journal() { return fs::exists(kJournal) ? lines_of(kJournal) : Lines(); }
 
 Outcome run_tool(const Lines& arguments) {

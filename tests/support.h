@@ -25,8 +25,13 @@ unsigned int mode(const std::string& path);
 
 // The log so far, a line for each record: its severity's letter, a blank, its message.
 Lines log_records();
+// The log lines of setting mode and owner of kPlace. An ordinary user's virtual device has no group
+// to give files to, so there the second command fails.
+Lines repair_records();
 // Every property_set so far: "set KEY=VALUE" or "refused KEY=VALUE".
 Lines journal();
+
+Lines operator+(Lines left, const Lines& right);
 
 struct Outcome {
     int status;  // the exit status, or minus the signal's number
