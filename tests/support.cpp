@@ -1,6 +1,8 @@
 #include "support.h"
 
 #include <android-base/logging.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::string kLog = "/dev/log/records";
+const std::string kTools = kScratch + "/bin/";
 const std::string kJournal = "/dev/__properties__/journal";
 
 Lines lines_of(const std::string& path) {
@@ -99,7 +102,40 @@ Lines operator+(Lines left, const Lines& right) {
 
 Lines journal() { return fs::exists(kJournal) ? lines_of(kJournal) : Lines(); }
 
-Outcome run_tool(const Lines& arguments) {
+bool has(const Lines& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+void set_property(const std::string& key, const std::string& value) {
+    write_file("/dev/__properties__/" + key, value);
+}
+
+void replace_tool(const std::string& name, const std::string& script) {
+    write_file(kTools + name, "#!/bin/sh\n" + script + "\n");
+    fs::permissions(kTools + name, fs::perms(0755));
+}
+
+void settle() {
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+}
+
+std::string unpack(const std::string& archive) {
+    settle();
+    std::string folder = kScratch + "/unpacked";
+    empty_folder(folder);
+    EXPECT_EQ(0, system(("tar -xzf " + archive + " -C " + folder).c_str()));
+    return folder;
+}
+
+Mount::Mount(std::string path, const std::string& options, unsigned long flags)
+    : path_(std::move(path)) {
+    EXPECT_EQ(0, mount("tmpfs", path_.c_str(), "tmpfs", flags, options.c_str())) << path_;
+}
+
+Mount::~Mount() { EXPECT_EQ(0, umount2(path_.c_str(), MNT_DETACH)); }
+
+Outcome run_tool(const Lines& arguments, const std::string& time) {
     const std::string tool =
             fs::read_symlink("/proc/self/exe").parent_path() / "qv_minidump_extractor";
     const pid_t child = fork();
@@ -111,7 +147,7 @@ Outcome run_tool(const Lines& arguments) {
         argv.push_back(nullptr);
         setenv("TZ", "XXX-3", 1);
         setenv("LD_PRELOAD", "/usr/$LIB/faketime/libfaketime.so.1", 1);
-        setenv("FAKETIME", kRunTime.c_str(), 1);
+        setenv("FAKETIME", time.c_str(), 1);
         setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
         setenv("NO_FAKE_STAT", "1", 1);
         setenv("ASAN_OPTIONS", __asan_default_options(), 1);
@@ -123,6 +159,7 @@ Outcome run_tool(const Lines& arguments) {
     }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
+    settle();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
             read_file(kScratch + "/out"), read_file(kScratch + "/err")};
 }
@@ -135,6 +172,9 @@ void DeviceTest::SetUp() {
     fs::create_directory(kPlace + "/tmp");
     fs::create_directories(kScratch);
     fs::current_path("/data");
+    setenv("PATH", (kTools + ":/system/bin").c_str(), 1);
+    umask(0);
+    EXPECT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1));
     work_dir = kPlace;
     static std::string name = "tests";
     static char* argv[] = {name.data(), nullptr};

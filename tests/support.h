@@ -39,12 +39,37 @@ struct Outcome {
     std::string err;
 };
 
-// The clock of every run_tool, and the text the tool makes of it.
+// A time of day, and the text the tool makes of it.
 inline const std::string kRunTime = "2024-01-07 09:05:03";
 inline const std::string kRunStamp = "2024-01-07-09-05-03";
 
-// Runs the tool in the current directory, in a time zone that is not UTC, at kRunTime.
-Outcome run_tool(const Lines& arguments = {"logdump", kPlace});
+// Runs the tool in the current directory, in a time zone that is not UTC, with the clock at `time`.
+Outcome run_tool(const Lines& arguments = {"logdump", kPlace}, const std::string& time = kRunTime);
+
+// While it lives, a new file system lies over the folder `path`.
+class Mount {
+  public:
+    explicit Mount(std::string path, const std::string& options = "", unsigned long flags = 0);
+    ~Mount();
+
+  private:
+    std::string path_;
+};
+
+// Waits for all processes that a test started: the device's tar returns before the gzip that it
+// started has written everything.
+void settle();
+
+// Unpacks a tar.gz archive and returns the folder that then holds its members alone.
+std::string unpack(const std::string& archive);
+
+// Sets a property without a line in the journal.
+void set_property(const std::string& key, const std::string& value);
+
+// Puts a program called `name`, which runs `script` in the shell, before the device's own.
+void replace_tool(const std::string& name, const std::string& script);
+
+bool has(const Lines& lines, const std::string& line);
 
 // A new device for each test: empty folders, no property, no log.
 class DeviceTest : public ::testing::Test {

@@ -19,6 +19,10 @@
 #include "extraction/partition_access.h"
 #include "extraction/region_table.h"
 #include "extraction/restart_reason.h"
+#include "logtree/panic_log.h"
+#include "staging/folder_limit.h"
+#include "staging/upload_files.h"
+#include "staging/work_place.h"
 
 namespace {
 
@@ -27,6 +31,7 @@ constexpr char kStatusProperty[] = "vendor.minidump.cp.status";
 constexpr int32_t kBlockShift = 12;
 constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
 constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
+constexpr uint64_t kMaxPanicFolders = 2;
 
 // Returns the number of blocks that a dump of the size in `size_text` takes: always one more than
 // the whole blocks in it, which is how much the boot chain may have written.
@@ -110,12 +115,16 @@ int main(int argc, char** argv) {
 
     archive_dump();
     get_restart_info();
+    copy_upload_files();
     check_minidump_num(work_dir);
+    LimitFolderNum(minidump_dir, kMaxPanicFolders);
+    work_place_cleanup();
 
     // Frees the partition for the next crash, whatever became of this one. The header copy may be
     // gone by now, so the size text from above serves.
     dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks(size_text), 0);
     const auto end = std::chrono::steady_clock::now();
+    copy_to_qv_log();
     LOG(INFO) << "Time taken: "
               << std::chrono::duration_cast<std::chrono::milliseconds>(end - start).count()
               << " ms";

@@ -43,4 +43,5 @@ inline constexpr char kHeaderImage[] = "header.img";
 inline constexpr char kDumpImage[] = "minidump.bin";
 inline constexpr char kTmpFolder[] = "tmp";
 inline constexpr char kDumpInfo[] = "dump_info.txt";
+inline constexpr char kSelectionFolder[] = "aop_dump";
 inline constexpr char kArchivePrefix[] = "minidump_";

@@ -23,7 +23,7 @@ std::streampos field_position(int32_t section_num, int32_t field_offset) {
 void validate(const std::string& header_path) {
     unsigned char flags[kFlagsSize] = {};
     byte_read_raw(header_path, kFlagsOffset, kFlagsSize, flags);
-    // Boot chains differ in the magic text they write, so it is read but not compared.
+    // Boot chains may write any magic text, so it is read but not compared.
     std::string magic;
     for (int32_t i = 0; i < kMagicSize; ++i) {
         unsigned char letter = 0;
@@ -53,7 +53,7 @@ std::string read_region_name(const std::string& header_path, int32_t section_num
 
 void get_md_by_section_num(int32_t section_num, const std::string& directory, const std::string&) {
     const std::string header_path = directory + "/" + kHeaderImage;
-    // A readable copy of the header was planned under this name; none is made.
+    // A name without a file: no readable form of the header is kept.
     [[maybe_unused]] const std::string ascii_header_path = directory + "/tmp/ascii_header";
     const std::string tmp_path = directory + "/" + kTmpFolder;
     const std::string offset = read_raw(

@@ -1,0 +1,52 @@
+// The log types and the naming of log directories: /mnt/vendor/qv_log/ holds a directory for each
+// type, and in it numbered, dated log directories and their archives.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// The index of a log type. Operations reject kLogTypeCount and above.
+using core_log_type = uint32_t;
+inline constexpr core_log_type kPanicLogType = 4;
+inline constexpr size_t kLogTypeCount = 5;  // boot, crash, rescue, ota, panic
+
+inline constexpr int kBadLogType = -22;
+
+struct LogTypeEntry {
+    bool flag;               // part of the table; no operation reads it
+    uint32_t max_log_count;  // logs kept, the newest one included
+    int64_t new_log_count;   // the number of the next log
+    std::string prefix;
+    std::string log_dir;               // ends in "/"
+    std::string new_log_path;          // this run's log directory, ending in "/"; empty: none made
+    std::string new_log_path_no_sign;  // the same without the "/"
+};
+
+// One entry for each type; filled before main.
+extern const std::array<std::string, kLogTypeCount> log_type_name;  // no operation reads it
+extern const std::array<std::string, kLogTypeCount> log_type_label;
+extern const std::string qv_log_root;
+extern const std::array<std::string, kLogTypeCount> log_type_prefix;
+extern std::array<LogTypeEntry, kLogTypeCount> log_type_table;
+
+// Returns whether `type` is no log type, after an ERROR line that begins with `operation`.
+bool is_bad_log_type(core_log_type type, const char* operation);
+
+// Sets the mode of `path` to 0770, if it exists. Throws std::filesystem::filesystem_error when the
+// mode cannot be set.
+void chang_to_qv_log_mod(const std::string& path);
+
+// Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
+// before. Returns 0 when it is there afterwards, 1 otherwise. Throws what chang_to_qv_log_mod
+// throws.
+int qv_create_dir_str(const std::string& path);
+
+// Returns the current local time in the shape of kTimestampFormat.
+std::string getCurrentTimeFormatted();
+
+// Names and makes the next log directory of `type` and records its paths in log_type_table, also
+// when it then cannot be made. A panic log carries the time in the name of this run's panic folder,
+// any other the current time. Returns 0; 1 when it could not be made; kBadLogType.
+int create_type_new_qv_log_dir(core_log_type type);

@@ -1,0 +1,63 @@
+#include "logtree/panic_log.h"
+
+#include <android-base/logging.h>
+#include <cutils/properties.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "driver/run_values.h"
+#include "logtree/type_log.h"
+
+namespace {
+
+constexpr size_t kCommandSize = 512;  // bytes, the terminating zero byte included
+
+// Formats a command into `buffer` as printf does, cut to kCommandSize - 1 characters.
+__attribute__((format(printf, 2, 3))) void format_command(char (&buffer)[kCommandSize],
+                                                          const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(buffer, sizeof(buffer), format, arguments);
+    va_end(arguments);
+}
+
+}  // namespace
+
+void copy_to_qv_log() {
+    const int result = prepare_type_log_and_dir(kPanicLogType);
+    if (result != 0) {
+        LOG(ERROR) << log_type_label[kPanicLogType] << __func__
+                   << ": prepare_type_log_dir failed, result: " << result;
+        return;
+    }
+    copy_panic_log(kPanicLogType);
+    clean_type_log_and_dir(kPanicLogType);
+}
+
+void copy_panic_log(core_log_type type) {
+    if (is_bad_log_type(type, __func__)) {
+        return;
+    }
+    const std::string& new_log_path = log_type_table[type].new_log_path;
+    if (new_log_path.empty()) {
+        LOG(ERROR) << log_type_label[type] << __func__ << ": new_log_path not exist!";
+        return;
+    }
+    char value[PROPERTY_VALUE_MAX] = {};
+    property_get(kLastDumpProperty, value, kPanicLogStem);
+    const std::string folder = value;
+    const std::string full_command = "cp " + minidump_dir + "/" + folder + "/* " + new_log_path;
+    char command[kCommandSize];
+    // Only the default folder has a fallback; any other command that is too long runs cut off.
+    if (full_command.size() >= kCommandSize && folder == kPanicLogStem) {
+        LOG(WARNING) << full_command << " exceed 512 length, using default path";
+        format_command(command, "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,
+                       new_log_path.c_str());
+    } else {
+        format_command(command, "%s", full_command.c_str());
+    }
+    LOG(INFO) << log_type_label[type] << __func__ << ": " << command;
+    std::system(command);
+}

@@ -1,0 +1,122 @@
+#include "logtree/retention.h"
+
+#include <android-base/logging.h>
+#include <cutils/properties.h>
+#include <libgen.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "logtree/log_types.h"
+
+namespace {
+
+bool begins_with(const std::string& name, const std::string& prefix) {
+    return name.compare(0, prefix.size(), prefix) == 0;
+}
+
+// Returns the pieces of `name` between "_", empty ones included, also at the end.
+std::vector<std::string> pieces_of(const std::string& name) {
+    std::vector<std::string> pieces;
+    size_t start = 0;
+    for (size_t end = name.find('_'); end != std::string::npos; end = name.find('_', start)) {
+        pieces.push_back(name.substr(start, end - start));
+        start = end + 1;
+    }
+    pieces.push_back(name.substr(start));
+    return pieces;
+}
+
+}  // namespace
+
+int64_t get_boot_count_by_file_name(const std::string& name) {
+    const std::vector<std::string> pieces = pieces_of(name);
+    if (pieces.size() == 3 && std::all_of(pieces[1].begin(), pieces[1].end(),
+                                          [](char c) { return c >= '0' && c <= '9'; })) {
+        // An empty piece or a number too large ends the run here; nobody has named such a log.
+        return std::stoll(pieces[1]);
+    }
+    LOG(ERROR) << "error file name " << name << " ret.size() " << pieces.size();
+    return -1;
+}
+
+int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix) {
+    int64_t largest = -1;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        if (begins_with(name, prefix)) {
+            const int64_t number = get_boot_count_by_file_name(name);
+            if (number < 0) {
+                continue;
+            }
+            largest = std::max(largest, number);
+        }
+        LOG(ERROR) << "find file :" << name;
+    }
+    return largest + 1;
+}
+
+bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
+                               const std::string& prefix, int32_t max_log_count) {
+    const int64_t limit = new_log_count - max_log_count;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        const std::string path = dir + name;
+        if (!begins_with(name, prefix)) {
+            if (name[0] != '.' && QVRemoveFile(path) != 0) {
+                return true;
+            }
+            continue;
+        }
+        const int64_t number = get_boot_count_by_file_name(name);
+        if (number < 0 || number <= limit) {
+            if (QVRemoveFile(path) != 0) {
+                return true;
+            }
+        } else if (name.find("tar") == std::string::npos) {
+            tar_and_delete_dir(path, true);
+        }
+    }
+    return false;
+}
+
+int QVRemoveFile(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) {
+        LOG(ERROR) << "remove file not exist: " << path;
+        return 0;
+    }
+    std::filesystem::remove_all(path, error);
+    if (error) {
+        LOG(ERROR) << "remove failed: " << path << error;
+        return -1;
+    }
+    LOG(ERROR) << "remove pass: " << path;
+    return 0;
+}
+
+int tar_and_delete_dir(const std::string& path, bool remove_after) {
+    const std::string archive = path + ".tar.gz";
+    // Both calls may write into their argument.
+    std::string parent_copy = path;
+    std::string name_copy = path;
+    const std::string parent = dirname(parent_copy.data());
+    const std::string name = basename(name_copy.data());
+    const std::string command = "tar -zcvf " + archive + " -C " + parent + " " + name;
+    property_set("vendor.qv_dump.last_panic_log", name.c_str());
+    // The line breaks are part of these messages.
+    LOG(INFO) << command << "\n";
+    if (std::system(command.c_str()) != 0) {
+        LOG(INFO) << parent << " save failed\n";
+    } else {
+        LOG(INFO) << parent << "/" << name << " save as " << archive << "\n";
+    }
+    if (remove_after) {
+        QVRemoveFile(path);
+    }
+    chang_to_qv_log_mod(archive);
+    return 0;
+}

@@ -1,0 +1,32 @@
+// What a type's directory may hold: archives and log directories called prefix, number, "_", time;
+// numbers only grow. Routine lines are logged at ERROR too, on purpose: keep the severities.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// Returns the number in the name of a log, or -1, with an ERROR line, when the name does not have
+// three pieces between "_" with digits in the second. Throws std::invalid_argument when the second
+// is empty, and std::out_of_range when its number takes more than 63 bits.
+int64_t get_boot_count_by_file_name(const std::string& name);
+
+// Returns the number for the next log in `dir`, which must exist: one more than the largest among
+// the names that begin with `prefix` (all names when it is empty), 0 when there is none. Throws
+// what get_boot_count_by_file_name and the directory walk throw.
+int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix);
+
+// Brings `dir` (ending in "/") into shape for the log number `new_log_count`: removes what does not
+// begin with `prefix`, except names that begin with ".", and logs with malformed names or numbers
+// up to new_log_count - max_log_count; packs the other log directories into archives. Returns true
+// when a removal failed, with the rest not visited; false otherwise. Throws as
+// get_new_qv_log_count.
+bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
+                               const std::string& prefix, int32_t max_log_count);
+
+// Removes `path` and all below it. Returns 0 when it is gone or was never there, -1 otherwise.
+int QVRemoveFile(const std::string& path);
+
+// Packs the directory `path` (no final "/") into `path`.tar.gz, with mode 0770, and publishes its
+// name in vendor.qv_dump.last_panic_log. With `remove_after` the directory is then removed, also
+// when the archive failed. Returns 0. Throws what chang_to_qv_log_mod throws.
+int tar_and_delete_dir(const std::string& path, bool remove_after);

@@ -1,0 +1,45 @@
+#include "staging/folder_limit.h"
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "driver/run_values.h"
+
+namespace {
+
+struct Candidate {
+    std::filesystem::path path;
+    std::filesystem::file_time_type time;
+};
+
+bool is_panic_folder_name(const std::string& name) {
+    return name.rfind(kPanicLogStem, 0) == 0 || name.rfind("last_kmsg", 0) == 0;
+}
+
+}  // namespace
+
+void LimitFolderNum(const std::filesystem::path& parent, uint64_t max) {
+    if (!std::filesystem::is_directory(std::filesystem::status(parent))) {
+        std::cerr << "Path is not a directory or does not exist: " << parent << std::endl;
+        return;
+    }
+    std::vector<Candidate> folders;
+    for (const auto& entry : std::filesystem::directory_iterator(parent)) {
+        if (entry.is_directory() && is_panic_folder_name(entry.path().filename().string())) {
+            folders.push_back({entry.path(), std::filesystem::last_write_time(entry.path())});
+        }
+    }
+    if (folders.size() <= max) {
+        return;
+    }
+    // By modification time and not by the time in the name: this run's folder can go as well.
+    std::sort(folders.begin(), folders.end(),
+              [](const Candidate& a, const Candidate& b) { return a.time < b.time; });
+    folders.resize(folders.size() - max);
+    for (const Candidate& folder : folders) {
+        std::filesystem::remove_all(folder.path);
+        std::cout << "Deleted directory: " << folder.path << std::endl;
+    }
+}
