@@ -2,12 +2,36 @@
 
 #include <android-base/logging.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <memory>
 #include <sstream>
 #include <vector>
+
+namespace {
+
+// A dump is hundreds of megabytes in 4096-byte blocks. This many bytes at a time make system calls
+// rare and still fit into the processor's cache.
+constexpr std::streamsize kBufferSize = std::streamsize{256} * 1024;
+
+// Reads up to `size` bytes into `buffer` and returns how many there were.
+size_t read_available(std::ifstream& input, char* buffer, size_t size) {
+    const std::streamoff start = input.tellg();
+    input.read(buffer, static_cast<std::streamsize>(size));
+    if (!input.bad() || start < 0) {
+        return static_cast<size_t>(input.gcount());
+    }
+    // A device error: some libraries then count nothing, but the bytes before it were read.
+    input.clear();
+    const std::streamoff end = input.tellg();
+    input.setstate(std::ios::badbit);
+    return static_cast<size_t>(std::max<std::streamoff>(end - start, 0));
+}
+
+}  // namespace
 
 void byte_read_raw(const std::string& path, int32_t position, int32_t length,
                    unsigned char* buffer) {
@@ -70,34 +94,36 @@ uint32_t unsigned_hex2dec(const std::string& text) {
 
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip) {
-    // A dump is hundreds of megabytes in 4096-byte blocks, so blocks pass through buffers of this
-    // many bytes: large enough to make system calls rare, small enough for the processor's cache.
-    constexpr size_t kBufferSize = size_t{256} * 1024;
-
-    std::vector<char> input_buffer(kBufferSize);
+    const auto input_buffer = std::make_unique<char[]>(kBufferSize);
     std::ifstream input;
-    input.rdbuf()->pubsetbuf(input_buffer.data(), static_cast<std::streamsize>(kBufferSize));
+    input.rdbuf()->pubsetbuf(input_buffer.get(), kBufferSize);
     input.open(source, std::ios::binary);
-    std::ofstream output(destination, std::ios::binary);
+    const auto output_buffer = std::make_unique<char[]>(kBufferSize);
+    std::ofstream output;
+    output.rdbuf()->pubsetbuf(output_buffer.get(), kBufferSize);
+    output.open(destination, std::ios::binary);
     input.seekg(skip, std::ios::beg);
 
-    // A negative block size must fail here. The content is left as it is: see the header.
-    const std::unique_ptr<char[]> block(new char[block_size]);
-    // An output stream hands a block of this size straight to the system, however large its buffer
-    // is, so small blocks are gathered first.
-    const bool gather = static_cast<size_t>(block_size) < kBufferSize;
-    std::string gathered;
-    for (int32_t i = 0; i < count; ++i) {
-        input.read(block.get(), block_size);
-        if (gather) {
-            gathered.append(block.get(), static_cast<size_t>(block_size));
-        } else {
-            output.write(block.get(), block_size);
+    // Small blocks are read and written a batch at a time. A negative block size must fail in the
+    // allocation. Zeros, so that an unreadable partition cannot pass for a dump by what happens to
+    // lie in memory.
+    const auto block = static_cast<size_t>(block_size);
+    const size_t batch = std::max<size_t>(kBufferSize / std::max<size_t>(block, 1), 1);
+    const size_t capacity = batch * block;
+    std::unique_ptr<char[]> blocks(new char[capacity]());
+    for (int64_t left = count; left > 0; left -= static_cast<int64_t>(batch)) {
+        const size_t size = std::min(batch, static_cast<size_t>(left)) * block;
+        // What a read leaves out is as the block before has it; before the batch's first block came
+        // the last one of the batch before, which is still there.
+        for (size_t at = read_available(input, blocks.get(), size); at < size;) {
+            const size_t rest = block - at % block;
+            const size_t before = (at < block ? capacity : 0) + at - block;
+            std::memmove(&blocks[at], &blocks[before], rest);
+            at += rest;
         }
-        if (gathered.size() >= kBufferSize) {
-            output.write(gathered.data(), static_cast<std::streamsize>(gathered.size()));
-            gathered.clear();
-        }
+        output.write(blocks.get(), static_cast<std::streamsize>(size));
     }
-    output.write(gathered.data(), static_cast<std::streamsize>(gathered.size()));
+    blocks.reset();
+    input.close();
+    output.close();
 }

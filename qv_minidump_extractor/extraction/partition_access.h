@@ -33,7 +33,8 @@ uint32_t unsigned_hex2dec(const std::string& text);
 // Copies `count` blocks of `block_size` bytes from the file `source`, from byte `skip` on, to the
 // file `destination`, which is created or cut to nothing first. None when `count` is below 1.
 // Reports no error. Always writes block_size * count bytes: after a short read the rest of the
-// block is as the block before left it, and blocks past the end of the source repeat the last one.
+// block is as the block before left it (zeros in the first), and blocks past the end of the source
+// repeat the last one.
 // Throws std::bad_alloc on a negative block size.
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip);

@@ -27,7 +27,8 @@ void LimitFolderNum(const std::filesystem::path& parent, uint64_t max) {
     }
     std::vector<Candidate> folders;
     for (const auto& entry : std::filesystem::directory_iterator(parent)) {
-        if (entry.is_directory() && is_panic_folder_name(entry.path().filename().string())) {
+        if (std::filesystem::is_directory(entry.status()) &&
+            is_panic_folder_name(entry.path().filename().string())) {
             folders.push_back({entry.path(), std::filesystem::last_write_time(entry.path())});
         }
     }
