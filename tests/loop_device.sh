@@ -1,6 +1,6 @@
 #!/bin/bash
 # Runs the tests of whole runs on a loop device in the place of the crash partition:
-# loop_device.sh TEST_PROGRAM. Status 77 (skipped) where the machine lends none.
+# loop_device.sh [--emulator PATH] TEST_PROGRAM. Status 77 (skipped) where the machine lends none.
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 work=$(mktemp -d)
@@ -15,4 +15,4 @@ if ! device=$(losetup -f --show "$work/partition" 2>&1); then
 fi
 mkdir -p "$work/root/dev/block/by-name"
 ln -s "$device" "$work/root/dev/block/by-name/logdump"
-"$here/../host/virtual_device" "$work/root" "$1"
+"$here/../host/virtual_device" "$work/root" "$@"

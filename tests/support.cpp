@@ -1,36 +1,33 @@
 #include "support.h"
 
 #include <android-base/logging.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
 #include "driver/run_values.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
-const std::string kLog = "/dev/log/records";
 const std::string kTools = kScratch + "/bin/";
-const std::string kJournal = "/dev/__properties__/journal";
+std::vector<std::string> mounted;
 
-Lines lines_of(const std::string& path) {
-    std::istringstream text(read_file(path));
-    Lines lines;
-    for (std::string line; std::getline(text, line);) {
-        lines.push_back(line);
-    }
-    return lines;
+// Waits for all that a test started.
+void settle() {
+    static int lock = -1;  // whatever a test starts inherits it, and holds it to its end
+    close(lock);
+    lock = open("/tmp/lock", O_CREAT | O_RDWR, 0600);
+    EXPECT_EQ(0, flock(lock, LOCK_EX));
 }
 
 void empty_folder(const std::string& path) {
@@ -45,78 +42,63 @@ void empty_folder(const std::string& path) {
 // The tests put libfaketime before the sanitizer's library.
 extern "C" const char* __asan_default_options() { return "verify_asan_link_order=0"; }
 
-std::string read_file(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file.is_open()) << path;
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+std::string files(const std::string& folder) { return abbreviated(tree(folder)); }
+
+std::string log() { return abbreviated(take_log()); }
+
+std::string journal() { return abbreviated(take_journal()); }
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
-void write_file(const std::string& path, const std::string& content) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream file(path, std::ios::binary);
-    file << content;
-    EXPECT_TRUE(file.flush().good()) << path;
-}
-
-Lines tree(const std::string& directory) {
-    Lines entries;
-    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-        entries.push_back(fs::relative(entry.path(), directory).string() +
-                          (entry.is_directory() ? "/" : ""));
+std::string abbreviated(std::string text) {
+    if (chown(kScratch.c_str(), 0, 1000) != 0) {  // an ordinary user's device has no such group
+        replace_all(text, "I Error: chown -R root:system " + kPlace + " failed; ", "");
     }
-    std::sort(entries.begin(), entries.end());
-    return entries;
+    replace_all(text, kPlace, "@");
+    replace_all(text, kPanicTree, "%");
+    replace_all(text, kStamp, "T");
+    return text;
 }
 
-unsigned int mode(const std::string& path) {
-    return static_cast<unsigned int>(fs::status(path).permissions());
-}
-
-Lines log_records() {
-    Lines records = fs::exists(kLog) ? lines_of(kLog) : Lines();
-    for (std::string& line : records) {
-        std::istringstream fields(line);
-        std::string buffer, date, time, process, severity, tag, message;
-        fields >> buffer >> date >> time >> process >> severity >> tag;
-        EXPECT_EQ("system", buffer) << line;
-        EXPECT_TRUE(tag == "qv_minidump_extractor:" || tag == "tests:") << line;
-        std::getline(fields, message);
-        line = severity + message;
+int run_tool(const std::string& arguments, const std::string& time, const std::string& wrapper) {
+    const char* emulator = getenv("EMULATOR");  // see host/virtual_device
+    const std::string tool = (emulator == nullptr ? "" : std::string(emulator) + " ") +
+                             "/vendor/bin/qv_minidump_extractor ";
+    // Leaks cannot be looked for in a process that is traced.
+    const std::string leaks = wrapper.empty() ? "" : ":detect_leaks=0";
+    const std::string command =
+            "TZ=XXX-3 ASAN_OPTIONS=verify_asan_link_order=0" + leaks + " NO_FAKE_STAT=1 " +
+            "LD_PRELOAD='/usr/$LIB/faketime/libfaketime.so.1' FAKETIME_DONT_FAKE_MONOTONIC=1 " +
+            "FAKETIME='2024-01-07 " + time + "' " + wrapper + " " + tool + arguments + " >" + kOut +
+            " 2>" + kErr;
+    const int status = system(command.c_str());
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGKILL) {
+        kill(-1, SIGKILL);  // the tool's shells and their programs die with it
     }
-    return records;
-}
-
-Lines repair_records() {
-    const std::string command = "chown -R root:system " + kPlace;
-    Lines records = {"I chmod -R 0771 " + kPlace, "I " + command};
-    if (chown(kScratch.c_str(), 0, 1000) != 0) {
-        records.push_back("I Error: " + command + " failed");
-    }
-    return records;
-}
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-Lines journal() { return fs::exists(kJournal) ? lines_of(kJournal) : Lines(); }
-
-bool has(const Lines& lines, const std::string& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-void set_property(const std::string& key, const std::string& value) {
-    write_file("/dev/__properties__/" + key, value);
+    settle();
+    const std::string err = read_file(kErr);
+    EXPECT_FALSE(has(err, "Sanitizer") || has(err, "runtime error:")) << err;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 void replace_tool(const std::string& name, const std::string& script) {
-    write_file(kTools + name, "#!/bin/sh\n" + script + "\n");
-    fs::permissions(kTools + name, fs::perms(0755));
+    fs::remove(kTools + name);
+    if (!script.empty()) {
+        write_file(kTools + name, "#!/bin/sh\n" + script + "\n");
+        fs::permissions(kTools + name, fs::perms(0755));
+    }
 }
 
-void settle() {
-    while (waitpid(-1, nullptr, 0) > 0) {
+void mount_over(const std::string& path, const std::string& options, unsigned long flags) {
+    EXPECT_EQ(0, mount("tmpfs", path.c_str(), "tmpfs", flags, options.c_str())) << path;
+    mounted.push_back(path);
+}
+
+void unmount() {
+    for (; !mounted.empty(); mounted.pop_back()) {
+        EXPECT_EQ(0, umount2(mounted.back().c_str(), MNT_DETACH));
     }
 }
 
@@ -128,56 +110,44 @@ std::string unpack(const std::string& archive) {
     return folder;
 }
 
-Mount::Mount(std::string path, const std::string& options, unsigned long flags)
-    : path_(std::move(path)) {
-    EXPECT_EQ(0, mount("tmpfs", path_.c_str(), "tmpfs", flags, options.c_str())) << path_;
-}
-
-Mount::~Mount() { EXPECT_EQ(0, umount2(path_.c_str(), MNT_DETACH)); }
-
-Outcome run_tool(const Lines& arguments, const std::string& time) {
-    const std::string tool =
-            fs::read_symlink("/proc/self/exe").parent_path() / "qv_minidump_extractor";
-    const pid_t child = fork();
-    if (child == 0) {
-        std::vector<char*> argv{const_cast<char*>(tool.c_str())};
-        for (const std::string& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        }
-        argv.push_back(nullptr);
-        setenv("TZ", "XXX-3", 1);
-        setenv("LD_PRELOAD", "/usr/$LIB/faketime/libfaketime.so.1", 1);
-        setenv("FAKETIME", time.c_str(), 1);
-        setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
-        setenv("NO_FAKE_STAT", "1", 1);
-        setenv("ASAN_OPTIONS", __asan_default_options(), 1);
-        if (freopen((kScratch + "/out").c_str(), "w", stdout) != nullptr &&
-            freopen((kScratch + "/err").c_str(), "w", stderr) != nullptr) {
-            execv(tool.c_str(), argv.data());
-        }
-        _exit(126);
-    }
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    settle();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
-            read_file(kScratch + "/out"), read_file(kScratch + "/err")};
-}
-
 void DeviceTest::SetUp() {
+    ASSERT_TRUE(fs::exists("/system/bin/toybox")) << "not in a virtual device";
+    unmount();
     for (const char* path : {"/data", "/mnt/vendor", "/dev/log", "/dev/__properties__"}) {
         empty_folder(path);
     }
-    fs::create_directories(kPlace + "/aop_dump");
-    fs::create_directory(kPlace + "/tmp");
-    fs::create_directories(kScratch);
+    make(kPlace, "aop_dump/ tmp/");
+    fs::create_directories(kTools);
+    for (const auto& tool : fs::directory_iterator("/system/bin")) {
+        fs::create_symlink(tool.path(), kTools + tool.path().filename().string());
+    }
+    setenv("PATH", kTools.c_str(), 1);
     fs::current_path("/data");
-    setenv("PATH", (kTools + ":/system/bin").c_str(), 1);
     umask(0);
-    EXPECT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1));
+    settle();
     work_dir = kPlace;
     static std::string name = "tests";
     static char* argv[] = {name.data(), nullptr};
     android::base::InitLogging(argv, android::base::LogdLogger(android::base::SYSTEM),
                                android::base::DefaultAborter);
+}
+
+void DeviceTest::crash(const std::string& image) {
+    write_file(kPartition, image);
+    image_ = image;
+    extent_ = (get_number(image, 36, 4) | get_number(image, 40, 4)) / 4096 * 4096 + 4096;
+}
+
+bool DeviceTest::untouched() { return read_file(kPartition).substr(0, image_.size()) == image_; }
+
+void DeviceTest::expect_erased() {
+    const std::string rest = fs::is_block_file(kPartition) ? image_.substr(extent_) : "";
+    const std::string content = read_file(kPartition).substr(0, image_.size());
+    EXPECT_TRUE(std::string(extent_, '\0') + rest == content);
+}
+
+void DeviceTest::expect_archived(const std::string& archive) {
+    const std::string folder = unpack(archive);
+    EXPECT_EQ("minidump.bin", tree(folder));
+    EXPECT_TRUE(image_.substr(0, extent_) == read_file(folder + "/minidump.bin"));
 }

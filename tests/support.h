@@ -3,76 +3,64 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "device_state.h"
 #include "image_builder.h"
 
-using Lines = std::vector<std::string>;
+namespace fs = std::filesystem;
 
 inline const std::string kPartition = "/dev/block/by-name/logdump";
 inline const std::string kPlace = "/data/vendor/minidump";
+inline const std::string kPanicTree = "/mnt/vendor/qv_log/panic_log";
 inline const std::string kScratch = "/data/local/tmp";
+inline const std::string kStamp = "2024-01-07-09-05-03";  // the tool's text of the usual run time
 
-std::string read_file(const std::string& path);
-// Makes missing folders too.
-void write_file(const std::string& path, const std::string& content = "");
-// Every entry below `directory` in order of names, folders with a "/" behind them.
-Lines tree(const std::string& directory);
-// The permission bits of `path`.
-unsigned int mode(const std::string& path);
+bool has(const std::string& text, const std::string& part);
 
-// The log so far, a line for each record: its severity's letter, a blank, its message.
-Lines log_records();
-// The log lines of setting mode and owner of kPlace. An ordinary user's virtual device has no group
-// to give files to, so there the second command fails.
-Lines repair_records();
-// Every property_set so far: "set KEY=VALUE" or "refused KEY=VALUE".
-Lines journal();
+// Return `text`, and what host/device_state.h tells, with "@" for kPlace, "%" for kPanicTree and
+// "T" for kStamp.
+std::string abbreviated(std::string text);
+std::string files(const std::string& folder);
+std::string log();
+std::string journal();
 
-Lines operator+(Lines left, const Lines& right);
+// Runs the tool in the current directory through the shell, in a time zone that is not UTC, with
+// the clock at `time` of 2024-01-07, and waits for all that it started. Returns its exit
+// status, or 128 and the signal's number. A `wrapper` that kills it also kills the programs that it
+// had started. Expects no report of a sanitizer.
+int run_tool(const std::string& arguments = "logdump " + kPlace,
+             const std::string& time = "09:05:03", const std::string& wrapper = "");
+// What the last run wrote to standard output and standard error.
+inline const std::string kOut = kScratch + "/out";
+inline const std::string kErr = kScratch + "/err";
 
-struct Outcome {
-    int status;  // the exit status, or minus the signal's number
-    std::string out;
-    std::string err;
-};
-
-// A time of day, and the text the tool makes of it.
-inline const std::string kRunTime = "2024-01-07 09:05:03";
-inline const std::string kRunStamp = "2024-01-07-09-05-03";
-
-// Runs the tool in the current directory, in a time zone that is not UTC, with the clock at `time`.
-Outcome run_tool(const Lines& arguments = {"logdump", kPlace}, const std::string& time = kRunTime);
-
-// While it lives, a new file system lies over the folder `path`.
-class Mount {
-  public:
-    explicit Mount(std::string path, const std::string& options = "", unsigned long flags = 0);
-    ~Mount();
-
-  private:
-    std::string path_;
-};
-
-// Waits for all processes that a test started: the device's tar returns before the gzip that it
-// started has written everything.
-void settle();
-
-// Unpacks a tar.gz archive and returns the folder that then holds its members alone.
+// Puts a program called `name`, which runs `script` in the shell, before the device's own; without
+// a script, takes the device's own out of PATH.
+void replace_tool(const std::string& name, const std::string& script = "");
+// Puts a new file system over a folder, until the test's end or unmount().
+void mount_over(const std::string& path, const std::string& options = "", unsigned long flags = 0);
+void unmount();
+// Unpacks a tar.gz archive and returns the folder that then holds its members alone. Waits first:
+// the device's tar returns before the gzip that it started has written everything.
 std::string unpack(const std::string& archive);
-
-// Sets a property without a line in the journal.
-void set_property(const std::string& key, const std::string& value);
-
-// Puts a program called `name`, which runs `script` in the shell, before the device's own.
-void replace_tool(const std::string& name, const std::string& script);
-
-bool has(const Lines& lines, const std::string& line);
 
 // A new device for each test: empty folders, no property, no log.
 class DeviceTest : public ::testing::Test {
   protected:
     void SetUp() override;
+    void TearDown() override { unmount(); }
+    // Leaves a crash on the partition.
+    void crash(const std::string& image = build_image(sample_regions(), 1 << 20));
+    bool untouched();
+    // Expects zeros over the dump and its extra block. Behind them a block device is as it was; a
+    // plain file that stands for one is cut there.
+    void expect_erased();
+    // Expects the archive to hold what a run takes of the partition, alone.
+    void expect_archived(const std::string& archive);
+
+    std::string image_;  // what crash() left
+    size_t extent_ = 0;  // how many bytes of it a run takes and erases
 };
