@@ -1,0 +1,47 @@
+#!/bin/sh
+# shellcheck disable=SC2086  # $tool and $program hold a command and its arguments
+# The benchmark's runs, inside the virtual device: measure.sh BENCH BUILD BYTES RUNS, with the folders
+# of this script and of the programs, and the size of the dump. What is compared runs in turn: each
+# round leaves a CSV file of hyperfine in /data/bench.
+bench=$1
+build=$2
+bytes=$3
+runs=$4
+dd=/usr/bin/dd
+partition=/dev/block/by-name/logdump
+place=/data/vendor/minidump
+tool="$build/qv_minidump_extractor x $place"
+round() {
+    # hyperfine's CSV: command, mean, stddev, median, user, system, min, max
+    name=$1
+    shift
+    /usr/bin/hyperfine -N -i --runs 1 --style none --export-csv "/data/bench/$name" "$@" >/dev/null 2>&1
+}
+
+blocks=$((bytes / 4096))
+for run in $(toybox seq "$runs"); do
+    round "copy.$run" "$build/dump_dd /data/image /data/copy $blocks" \
+        "$dd if=/data/image of=/data/copy bs=4096 count=$blocks" \
+        "$dd if=/data/image of=/data/copy bs=1M"
+done
+for run in $(toybox seq "$runs"); do
+    $dd if=/dev/zero of=$partition bs=4096 count=10 2>/dev/null
+    round "none.$run" "$tool" "$dd if=$partition of=/data/copy bs=4096 count=10" /usr/bin/true
+done
+for run in $(toybox seq $(((runs + 2) / 3))); do
+    for program in tool floor; do  # in turn, each on a fresh dump
+        cp /data/image $partition
+        rm -rf $place/minidump_* $place/panic_log_* /mnt/vendor/qv_log
+        case $program in
+            tool) round "run.tool.$run" "$tool" ;;
+            floor) round "run.floor.$run" "/system/bin/sh $bench/floor.sh $bytes" ;;
+        esac
+    done
+done
+cp /data/image $partition
+/usr/bin/time -f %M -o /data/bench/memory $tool >/dev/null
+for program in "$build/dump_dd /data/image /data/copy $blocks" \
+    "$dd if=/data/image of=/data/copy bs=4096 count=$blocks"; do
+    /usr/bin/strace -c -e trace=read,readv,write,writev -U calls -o /data/bench/calls $program 2>/dev/null
+    toybox tail -n 1 /data/bench/calls >>/data/bench/calls.total
+done
