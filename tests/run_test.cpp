@@ -22,13 +22,6 @@ int time_taken(const std::string& log) {
     return milliseconds;
 }
 
-// Returns what a run is to leave in the log or the property journal, from a file beside this one.
-std::string expected(const std::string& name) {
-    std::string lines = read_file(std::string(TESTS_FOLDER) + "/" + name);
-    replace_all(lines, "\n", "; ");
-    return lines;
-}
-
 // The list of regions that the run staged.
 std::string staged_list() {
     return read_file(unpack(kPlace + "/panic_log_" + kStamp + "/aop_dump.tar.gz") +

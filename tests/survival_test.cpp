@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <map>
 #include <random>
-#include <sstream>
 
 #include "support.h"
 
@@ -21,29 +20,13 @@ class SurvivalTest : public DeviceTest {
         const std::string strace = "/usr/bin/strace -o " + kScratch + "/trace " + options;
         return run_tool("x " + kPlace, time_of(crash), options.empty() ? "" : strace);
     }
-    // Returns `points` of the system calls of a run, evenly spread over all that are called `name`
-    // (any, when empty), from the first one on that opens the partition: each as strace's name for
-    // it, "NAME:FAULT:when=COUNT".
-    std::vector<std::string> system_calls(const std::string& name, const std::string& fault,
-                                          size_t points) {
+    // Runs the tool on a crash and returns `points` of its calls of `name` (all, when empty), as
+    // strace's words for an injected `fault` at each.
+    std::vector<std::string> faults(const std::string& name, const std::string& fault,
+                                    size_t points) {
         crash();
         EXPECT_EQ(0, run(0, "-e trace=all"));
-        std::istringstream lines(read_file(kScratch + "/trace"));
-        std::map<std::string, int> seen;
-        std::vector<std::string> calls, spread;
-        bool begun = false;
-        for (std::string line; std::getline(lines, line);) {
-            const std::string call = line.substr(0, line.find('('));
-            const int count = ++seen[call];
-            begun = begun || has(line, "logdump");
-            if (begun && (name.empty() ? line[0] >= 'a' : call == name)) {
-                calls.push_back(call + ":" + fault + ":when=" + std::to_string(count));
-            }
-        }
-        for (size_t i = 0; i < points; ++i) {
-            spread.push_back(calls.at((calls.size() - 1) * i / (points - 1)));
-        }
-        return spread;
+        return injections(kScratch + "/trace", "logdump", name, fault, points);
     }
 };
 
@@ -57,7 +40,7 @@ size_t count(const std::string& folder, const std::string& prefix) {
 
 TEST_F(SurvivalTest, AKilledRunLosesNoDump) {
     int killed = 0, erased = 0, number = 0;
-    for (const std::string& call : system_calls("", "signal=KILL", 45)) {
+    for (const std::string& call : faults("", "signal=KILL", 45)) {
         SCOPED_TRACE(call);
         crash();
         killed += run(++number, "-e inject=" + call) == 137;
@@ -78,10 +61,10 @@ TEST_F(SurvivalTest, AKilledRunLosesNoDump) {
 }
 
 TEST_F(SurvivalTest, AFailingCallEndsNoRunInAnotherWay) {
-    const std::pair<std::string, std::string> faults[] = {
+    const std::pair<std::string, std::string> cases[] = {
             {"read", "EIO"}, {"writev", "ENOSPC"}, {"openat", "EACCES"}};
-    for (const auto& [name, error] : faults) {
-        for (const std::string& call : system_calls(name, "error=" + error, 12)) {
+    for (const auto& [name, error] : cases) {
+        for (const std::string& call : faults(name, "error=" + error, 12)) {
             SCOPED_TRACE(call);
             SetUp();
             crash();
