@@ -93,6 +93,7 @@ TEST_F(LogtreeTest, CountsOnFromTheLargestNumber) {
     EXPECT_EQ(11, get_new_qv_log_count(kDir, "QVpanic_"));
     std::string records = log();
     for (const std::string name : {".x", "QVboot_99_t", "QVpanic_10_t", "QVpanic_9_t.tar.gz"}) {
+        EXPECT_TRUE(has(records, "E find file :" + name + "; "));
         replace_all(records, "E find file :" + name + "; ", "");
     }
     EXPECT_EQ("E error file name QVpanic_11_a_b ret.size() 4; ", records);

@@ -164,6 +164,21 @@ TEST_F(RunTest, GoesOnAfterAFailureToTheEnd) {
     }
 }
 
+TEST_F(RunTest, EachStepFindsWhatTheOnesBeforeLeft) {
+    crash();
+    make(kPlace, "panic_log_1/ panic_log_2/ minidump_0 minidump_1");
+    fs::last_write_time(kPlace + "/panic_log_1", fs::file_time_type::min());
+    for (const std::string tool : {"tar", "strings", "chmod", "rm", "cp"}) {
+        const std::string names = " $(toybox ls " + kPlace + ") ";
+        replace_tool(tool, "echo " + tool + " $(toybox head -c 8 " + kPartition + ")" + names +
+                                   ">>" + kOut + "2");
+    }
+    EXPECT_EQ(0, run_tool());
+    std::string seen = abbreviated(read_file(kOut + "2"));
+    replace_all(seen, "\n", "; ");
+    EXPECT_EQ(expected("steps.txt"), seen);
+}
+
 TEST_F(RunTest, ASecondRunInTheSameSecondTakesTheSameNames) {
     for (const char* log_dir : {"QVpanic_0_T/last_kmsg.txt", "QVpanic_1_T/last_kmsg.txt"}) {
         crash();

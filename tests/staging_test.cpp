@@ -63,9 +63,11 @@ TEST_F(StagingTest, StagesConsoleTextAndTheSelection) {
     EXPECT_EQ(sorted, files(unpacked));
     EXPECT_EQ("load.cmm", read_file(unpacked + "/load.cmm"));
 
-    fs::remove(kRegions + "/dump_info.txt");  // a region that is a folder, or of no regular file
+    fs::remove(kRegions + "/dump_info.txt");  // a region that is a folder, parts of names
     make(kRegions, "quo\"te dump_info.txt/");
-    EXPECT_EQ(1, copyFilesWithMatchingName(kRegions, kPlace + "/aop_dump", "dump_info.txt"));
+    for (const char* name : {"dump_info.txt", "md_MSGRAM1.BI", "d_MSGRAM1.BIN"}) {
+        EXPECT_EQ(1, copyFilesWithMatchingName(kRegions, kPlace + "/aop_dump", name));
+    }
     EXPECT_EQ(0, copyFilesWithMatchingName(kRegions, kPlace + "/aop_dump", "quo\"te"));
     EXPECT_EQ("I Copied file: \"quo\\\"te\"; ", log());
     EXPECT_EQ(1, copyFilesWithMatchingName("/data/missing", kPlace + "/aop_dump", "load.cmm"));
