@@ -102,6 +102,11 @@ void reset_device() {
     fs::current_path("/data");
 }
 
+std::string program(const std::string& name) {
+    const char* emulator = getenv("EMULATOR");  // see virtual_device
+    return (emulator == nullptr ? "" : std::string(emulator) + " ") + "/vendor/bin/" + name;
+}
+
 int run_at(const std::string& time, const std::string& command) {
     const std::string clock =
             "TZ=XXX-3 NO_FAKE_STAT=1 FAKETIME_DONT_FAKE_MONOTONIC=1 FAKETIME='2024-01-07 " + time +
@@ -172,7 +177,7 @@ std::vector<std::string> injections(const std::string& trace, const std::string&
     for (std::string line; std::getline(lines, line);) {
         const std::string call = line.substr(0, line.find('('));
         const int count = ++seen[call];
-        begun = begun || line.find(start) != std::string::npos;
+        begun = begun || has(line, start);
         if (begun && (name.empty() ? line[0] >= 'a' : call == name)) {
             calls.push_back(call + ":" + fault + ":when=" + std::to_string(count));
         }
@@ -181,6 +186,16 @@ std::vector<std::string> injections(const std::string& trace, const std::string&
         spread.push_back(calls.at((calls.size() - 1) * i / (points - 1)));
     }
     return spread;
+}
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+size_t count(std::string text, const std::string& part) {
+    const size_t size = text.size();
+    replace_all(text, part, "");
+    return (size - text.size()) / part.size();
 }
 
 void replace_all(std::string& text, const std::string& from, const std::string& to) {

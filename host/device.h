@@ -26,6 +26,9 @@ std::string tree(const std::string& folder);
 // /data, and its tools in PATH by links, so that a test can take some away.
 void reset_device();
 
+// Returns the shell's words for the program `name` of /vendor/bin.
+std::string program(const std::string& name);
+
 // Runs `command` in the shell, its clock at `time` of 2024-01-07 in a zone that is not UTC, and
 // waits for all that it started. Returns its exit status, or 128 and the signal's number; when it
 // was killed, what it had started is killed as well. Its output is then in kOut and kErr.
@@ -60,4 +63,7 @@ std::vector<std::string> injections(const std::string& trace, const std::string&
                                     const std::string& name, const std::string& fault,
                                     size_t points);
 
+// Text helpers for all of these.
+bool has(const std::string& text, const std::string& part);
+size_t count(std::string text, const std::string& part);
 void replace_all(std::string& text, const std::string& from, const std::string& to);

@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "driver/run_values.h"
 
 // The tests put libfaketime before the sanitizer's library.
@@ -16,10 +14,6 @@ std::string files(const std::string& folder) { return abbreviated(tree(folder));
 std::string log() { return abbreviated(take_log()); }
 
 std::string journal() { return abbreviated(take_journal()); }
-
-bool has(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
 
 std::string abbreviated(std::string text) {
     if (chown(kScratch.c_str(), 0, 1000) != 0) {  // an ordinary user's device has no such group
@@ -38,12 +32,11 @@ std::string expected(const std::string& name) {
 }
 
 int run_tool(const std::string& arguments, const std::string& time, const std::string& wrapper) {
-    const char* emulator = getenv("EMULATOR");  // see host/virtual_device
     // Leaks cannot be looked for in a process that is traced.
     const std::string leaks = wrapper.empty() ? "" : ":detect_leaks=0";
-    const int status = run_at(time, "ASAN_OPTIONS=verify_asan_link_order=0" + leaks + " " +
-                                            wrapper + " " + (emulator == nullptr ? "" : emulator) +
-                                            " /vendor/bin/qv_minidump_extractor " + arguments);
+    const int status =
+            run_at(time, "ASAN_OPTIONS=verify_asan_link_order=0" + leaks + " " + wrapper + " " +
+                                 program("qv_minidump_extractor") + " " + arguments);
     const std::string err = read_file(kErr);
     EXPECT_FALSE(has(err, "Sanitizer") || has(err, "runtime error:")) << err;
     return status;

@@ -16,8 +16,6 @@ inline const std::string kPlace = "/data/vendor/minidump";
 inline const std::string kPanicTree = "/mnt/vendor/qv_log/panic_log";
 inline const std::string kStamp = "2024-01-07-09-05-03";  // the tool's text of the usual run time
 
-bool has(const std::string& text, const std::string& part);
-
 // Return `text`, and what host/device.h tells of files, log and properties, with "@" for kPlace,
 // "%" for kPanicTree and "T" for kStamp.
 std::string abbreviated(std::string text);
