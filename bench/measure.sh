@@ -3,6 +3,7 @@
 # The benchmark's runs, inside the virtual device: measure.sh BENCH BUILD BYTES RUNS, with the folders
 # of this script and of the programs, and the size of the dump. What is compared runs in turn: each
 # round leaves a CSV file of hyperfine in /data/bench.
+set -e
 bench=$1
 build=$2
 bytes=$3
@@ -15,7 +16,7 @@ round() {
     # hyperfine's CSV: command, mean, stddev, median, user, system, min, max
     name=$1
     shift
-    /usr/bin/hyperfine -N -i --runs 1 --style none --export-csv "/data/bench/$name" "$@" >/dev/null 2>&1
+    /usr/bin/hyperfine -N -i --runs 1 --style none --export-csv "/data/bench/$name" "$@" >/dev/null
 }
 
 blocks=$((bytes / 4096))

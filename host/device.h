@@ -22,8 +22,8 @@ void make(const std::string& folder, const std::string& names);
 // Returns every entry below `folder`, sorted and parted by blanks; folders end in "/".
 std::string tree(const std::string& folder);
 
-// Makes the device as new: nothing in its folders, no property, no log, the current directory
-// /data, and its tools in PATH by links, so that a test can take some away.
+// Makes the device as new, the crash partition apart: nothing in its folders, no property, no log,
+// the current directory /data, and its tools in PATH by links, so that a test can take some away.
 void reset_device();
 
 // Returns the shell's words for the program `name` of /vendor/bin.
@@ -56,7 +56,7 @@ std::string take_log();
 // "refused KEY=VALUE"; empties the journal.
 std::string take_journal();
 
-// Reads strace's record of a program, `trace`, and returns `points` of its system calls called
+// Reads strace's record of a program, `trace`, and returns `points` (2 or more) of its calls of
 // `name` (all, when empty), evenly spread from the first that mentions `start` on: each as strace's
 // words for injecting `fault` there, "NAME:FAULT:when=COUNT".
 std::vector<std::string> injections(const std::string& trace, const std::string& start,

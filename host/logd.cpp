@@ -5,8 +5,6 @@
 #include <android/log.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <iomanip>

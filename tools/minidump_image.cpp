@@ -1,7 +1,6 @@
 // Makes and shows minidump partition images.
 
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iterator>

@@ -58,8 +58,8 @@ void make_tmp_folder(const std::string& tmp_path) {
     }
 }
 
-// Regions and their list go to the minidump folder, not to the working directory: that is where
-// their collectors look.
+// Regions and their list go to the minidump folder, and the regions' header is read there, while
+// later steps look in the working directory. The two agree in the normal setting; keep both.
 void extract_regions(const std::string& header_path) {
     for (int32_t i = 0; i < md_region_count; ++i) {
         get_md_by_section_num(i + 1, minidump_dir, "");

@@ -94,13 +94,16 @@ uint32_t unsigned_hex2dec(const std::string& text) {
 
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip) {
-    const auto input_buffer = std::make_unique<char[]>(kBufferSize);
+    // No larger than the copy, so that no more is read than is asked for.
+    const std::streamsize buffer_size =
+            std::clamp<std::streamsize>(int64_t{block_size} * count, 1, kBufferSize);
+    const auto input_buffer = std::make_unique<char[]>(buffer_size);
     std::ifstream input;
-    input.rdbuf()->pubsetbuf(input_buffer.get(), kBufferSize);
+    input.rdbuf()->pubsetbuf(input_buffer.get(), buffer_size);
     input.open(source, std::ios::binary);
-    const auto output_buffer = std::make_unique<char[]>(kBufferSize);
+    const auto output_buffer = std::make_unique<char[]>(buffer_size);
     std::ofstream output;
-    output.rdbuf()->pubsetbuf(output_buffer.get(), kBufferSize);
+    output.rdbuf()->pubsetbuf(output_buffer.get(), buffer_size);
     output.open(destination, std::ios::binary);
     input.seekg(skip, std::ios::beg);
 
@@ -108,7 +111,8 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
     // allocation. Zeros, so that an unreadable partition cannot pass for a dump by what happens to
     // lie in memory.
     const auto block = static_cast<size_t>(block_size);
-    const size_t batch = std::max<size_t>(kBufferSize / std::max<size_t>(block, 1), 1);
+    const size_t batch =
+            std::clamp<size_t>(kBufferSize / std::max<size_t>(block, 1), 1, std::max(count, 1));
     const size_t capacity = batch * block;
     std::unique_ptr<char[]> blocks(new char[capacity]());
     for (int64_t left = count; left > 0; left -= static_cast<int64_t>(batch)) {

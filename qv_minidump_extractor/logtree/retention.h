@@ -23,7 +23,8 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix);
 bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                                const std::string& prefix, int32_t max_log_count);
 
-// Removes `path` and all below it. Returns 0 when it is gone or was never there, -1 otherwise.
+// Removes `path` and all below it. Returns 0 when it is gone or not found, -1 otherwise. A link
+// that leads nowhere counts as not found and stays.
 int QVRemoveFile(const std::string& path);
 
 // Packs the directory `path` (no final "/") into `path`.tar.gz, with mode 0770, and publishes its

@@ -12,8 +12,8 @@ extern "C" {
 // length. An unset or empty property gives `default_value`, cut to fit; no default gives "" and 0.
 int property_get(const char* key, char* value, const char* default_value);
 
-// Sets `key` to `value` (none counts as empty). Returns 0; a negative number, with the old value
-// kept, when the value is too long or the store cannot be written.
+// Sets `key` to `value` (none counts as empty). Returns 0; a negative number when the value is too
+// long, with the old one kept, or when the store cannot be written.
 int property_set(const char* key, const char* value);
 
 #ifdef __cplusplus
