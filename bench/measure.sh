@@ -28,7 +28,8 @@ done
 for run in $(toybox seq "$runs"); do
     $dd if=/dev/zero of=$partition bs=4096 count=10 2>/dev/null
     # -i: status 11 is meant here; hyperfine warns of it all the same.
-    round "none.$run" -i "$tool" "$dd if=$partition of=/data/copy bs=4096 count=10" /usr/bin/true 2>/dev/null
+    round "none.$run" -i "$tool" "$dd if=$partition of=/data/copy bs=4096 count=10" \
+        /usr/bin/true 2>/dev/null
 done
 for run in $(toybox seq "$runs"); do
     for program in tool floor; do  # in turn, each on a fresh dump

@@ -82,7 +82,6 @@ TEST_F(RunTest, EndsWithoutArgumentsOrWithoutADump) {
 TEST_F(RunTest, TakesSizesAndCountsAsTheHeaderSays) {
     for (const auto& [dump_size, region_count, listed] :
          {std::tuple<uint64_t, uint64_t, int>(0, 0, 0),
-
           {4096, 2, 2},
           {8192, 0x80000000, 0},
           {(uint64_t{1} << 32) + 0x2000, 700, 700}}) {  // a folded size, a count past the table
