@@ -55,7 +55,7 @@ TEST_F(SurvivalTest, AKilledRunLosesNoDump) {
 
 TEST_F(SurvivalTest, AFailingCallEndsNoRunInAnotherWay) {
     const std::pair<std::string, std::string> cases[] = {
-            {"read", "EIO"}, {"writev", "ENOSPC"}, {"openat", "EACCES"}};
+            {"read", "EIO"}, {"write", "ENOSPC"}, {"openat", "EACCES"}};
     for (const auto& [name, error] : cases) {
         for (const std::string& call : faults(name, "error=" + error, 12)) {
             SCOPED_TRACE(call);

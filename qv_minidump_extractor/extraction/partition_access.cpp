@@ -1,34 +1,104 @@
 #include "extraction/partition_access.h"
 
 #include <android-base/logging.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <memory>
+#include <new>
 #include <sstream>
-#include <vector>
 
 namespace {
 
 // A dump is hundreds of megabytes in 4096-byte blocks. This many bytes at a time make system calls
 // rare and still fit into the processor's cache.
-constexpr std::streamsize kBufferSize = std::streamsize{256} * 1024;
+constexpr size_t kBatchSize = size_t{256} * 1024;
 
-// Reads up to `size` bytes into `buffer` and returns how many there were.
-size_t read_available(std::ifstream& input, char* buffer, size_t size) {
-    const std::streamoff start = input.tellg();
-    input.read(buffer, static_cast<std::streamsize>(size));
-    if (!input.bad() || start < 0) {
-        return static_cast<size_t>(input.gcount());
+using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
+using Buffer = std::unique_ptr<char, decltype(&std::free)>;
+
+// Returns `length` bytes at `position` of the open `file`; bytes that cannot be read are zero.
+std::string read_bytes(std::ifstream& file, std::streampos position, int64_t length) {
+    std::string bytes(static_cast<size_t>(length), '\0');
+    file.seekg(static_cast<std::streamoff>(position), std::ios::beg);
+    file.read(bytes.data(), length);
+    return bytes;
+}
+
+// Returns the descriptor of `file`; -1, which fails every read and write, when it did not open.
+int descriptor_of(const File& file) { return file ? fileno(file.get()) : -1; }
+
+// Reads up to `size` bytes and returns how many came before the file ended or a read failed. The
+// rest of `buffer` keeps its content.
+size_t read_fully(int file, char* buffer, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t got = TEMP_FAILURE_RETRY(read(file, buffer + done, size - done));
+        if (got <= 0) {
+            break;
+        }
+        done += static_cast<size_t>(got);
     }
-    // A device error: some libraries then count nothing, but the bytes before it were read.
-    input.clear();
-    const std::streamoff end = input.tellg();
-    input.setstate(std::ios::badbit);
-    return static_cast<size_t>(std::max<std::streamoff>(end - start, 0));
+    return done;
+}
+
+// Writes `size` bytes. Returns whether all of them could be written.
+bool write_fully(int file, const char* buffer, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t put = TEMP_FAILURE_RETRY(write(file, buffer + done, size - done));
+        if (put <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(put);
+    }
+    return true;
+}
+
+// Copies `count` blocks of `block_size` bytes (1 or more): whole blocks as they come, in batches;
+// after the first short read, the block that came short, again and again. Ends early when a write
+// fails.
+void copy_blocks(int input, int output, size_t block_size, int32_t count) {
+    const auto batch_blocks = static_cast<int32_t>(std::max<size_t>(kBatchSize / block_size, 1));
+    // Zeros, so that an unreadable partition cannot pass for a dump by what happens to lie in
+    // memory. Those of calloc take no memory until they are written over, so a damaged block size
+    // does no harm.
+    const Buffer batch(static_cast<char*>(std::calloc(batch_blocks, block_size)), &std::free);
+    if (!batch) {
+        throw std::bad_alloc();
+    }
+    const char* const last_of_batch = batch.get() + (batch_blocks - 1) * block_size;
+    int32_t left = count;
+    while (left > 0) {
+        const size_t wanted = std::min(left, batch_blocks) * block_size;
+        const size_t got = read_fully(input, batch.get(), wanted);
+        const size_t whole = got / block_size;
+        if (!write_fully(output, batch.get(), whole * block_size)) {
+            return;
+        }
+        left -= static_cast<int32_t>(whole);
+        if (got < wanted) {
+            // The rest of this block stays as in the block before: the one in front of it or, for
+            // the first of a batch, the last of the batch before, which is still in its place. A
+            // batch of one block has just been read over the block before.
+            char* const block = batch.get() + whole * block_size;
+            const char* const before = whole > 0 ? block - block_size : last_of_batch;
+            const size_t fresh = got % block_size;
+            if (before != block) {
+                std::memcpy(block + fresh, before + fresh, block_size - fresh);
+            }
+            while (left > 0 && write_fully(output, block, block_size)) {
+                --left;
+            }
+            return;
+        }
+    }
 }
 
 }  // namespace
@@ -46,12 +116,9 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
         LOG(INFO) << "Failed to open file: " << path;
         return "";
     }
-    file.seekg(static_cast<std::streamoff>(position), std::ios::beg);
-    std::string bytes(static_cast<size_t>(length), '\0');
-    file.read(bytes.data(), length);
     std::ostringstream text;
     text << std::hex << std::setfill('0');
-    for (const char byte : bytes) {
+    for (const char byte : read_bytes(file, position, length)) {
         // Plain char is signed on some platforms and unsigned on others; the digits must not be.
         text << std::setw(2) << static_cast<unsigned int>(static_cast<unsigned char>(byte));
     }
@@ -61,18 +128,11 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
 std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length) {
     std::ifstream file(path, std::ios::binary);
     if (file.fail()) {
-        // ERROR here but INFO in read_raw: log readers tell the two apart by it. Keep both.
+        // ERROR here but INFO in read_raw, on purpose. Keep both.
         LOG(ERROR) << "Failed to open file: " << path;
         return "";
     }
-    std::vector<char> bytes(static_cast<size_t>(length), '\0');
-    file.seekg(static_cast<std::streamoff>(position), std::ios::beg);
-    file.read(bytes.data(), length);
-    std::ostringstream text;
-    for (const char byte : bytes) {
-        text.put(byte);
-    }
-    return text.str();
+    return read_bytes(file, position, length);
 }
 
 uint32_t unsigned_hex2dec(const std::string& text) {
@@ -94,40 +154,17 @@ uint32_t unsigned_hex2dec(const std::string& text) {
 
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip) {
-    // No larger than the copy, so that no more is read than is asked for.
-    const std::streamsize buffer_size =
-            std::clamp<std::streamsize>(int64_t{block_size} * count, 1, kBufferSize);
-    const auto input_buffer = std::make_unique<char[]>(buffer_size);
-    std::ifstream input;
-    input.rdbuf()->pubsetbuf(input_buffer.get(), buffer_size);
-    input.open(source, std::ios::binary);
-    const auto output_buffer = std::make_unique<char[]>(buffer_size);
-    std::ofstream output;
-    output.rdbuf()->pubsetbuf(output_buffer.get(), buffer_size);
-    output.open(destination, std::ios::binary);
-    input.seekg(skip, std::ios::beg);
-
-    // Small blocks are read and written a batch at a time. A negative block size must fail in the
-    // allocation. Zeros, so that an unreadable partition cannot pass for a dump by what happens to
-    // lie in memory.
-    const auto block = static_cast<size_t>(block_size);
-    const size_t batch =
-            std::clamp<size_t>(kBufferSize / std::max<size_t>(block, 1), 1, std::max(count, 1));
-    const size_t capacity = batch * block;
-    std::unique_ptr<char[]> blocks(new char[capacity]());
-    for (int64_t left = count; left > 0; left -= static_cast<int64_t>(batch)) {
-        const size_t size = std::min(batch, static_cast<size_t>(left)) * block;
-        // What a read leaves out is as the block before has it; before the batch's first block came
-        // the last one of the batch before, which is still there.
-        for (size_t at = read_available(input, blocks.get(), size); at < size;) {
-            const size_t rest = block - at % block;
-            const size_t before = (at < block ? capacity : 0) + at - block;
-            std::memmove(&blocks[at], &blocks[before], rest);
-            at += rest;
-        }
-        output.write(blocks.get(), static_cast<std::streamsize>(size));
+    File input(std::fopen(source.c_str(), "rb"), &std::fclose);
+    File output(std::fopen(destination.c_str(), "wb"), &std::fclose);
+    if (block_size < 0) {
+        throw std::bad_alloc();
     }
-    blocks.reset();
-    input.close();
-    output.close();
+    // A source that cannot be positioned, as with a negative skip, counts as unreadable.
+    const bool in_place = lseek(descriptor_of(input), skip, SEEK_SET) >= 0;
+    if (block_size > 0 && count > 0) {
+        copy_blocks(in_place ? descriptor_of(input) : -1, descriptor_of(output),
+                    static_cast<size_t>(block_size), count);
+    }
+    input.reset();
+    output.reset();
 }

@@ -31,10 +31,11 @@ std::string byte_read_ascii_str(const std::string& path, std::streampos position
 uint32_t unsigned_hex2dec(const std::string& text);
 
 // Copies `count` blocks of `block_size` bytes from the file `source`, from byte `skip` on, to the
-// file `destination`, which is created or cut to nothing first. None when `count` is below 1.
-// Reports no error. Always writes block_size * count bytes: after a short read the rest of the
-// block is as the block before left it (zeros in the first), and blocks past the end of the source
-// repeat the last one.
-// Throws std::bad_alloc on a negative block size.
+// file `destination`, which is created or truncated first. Copies none when `count` is below 1.
+// Reports no error. A destination that can be written receives block_size * count bytes, whatever
+// the source gives: after a short read the rest of the block is as in the block before (zeros in
+// the first), and that block is repeated to the end. A source that cannot be opened, or a negative
+// `skip`, gives zeros. After a failed read nothing more is read, after a failed write nothing more
+// is written. Throws std::bad_alloc on a negative block size, with both files opened.
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip);
