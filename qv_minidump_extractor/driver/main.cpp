@@ -1,7 +1,7 @@
 // One run: from the crash partition to files that engineers can collect, and a free partition.
 //
-// The log lines, the properties and their order are read by other services and scripts of the
-// device. Errors of the steps here are logged at INFO too, and almost none of them stops the run.
+// Log lines, properties and their order are contracts with the rest of the device. Errors of the
+// steps here are logged at INFO too, and almost none of them stops the run.
 
 #include <android-base/logging.h>
 #include <cutils/properties.h>
@@ -31,13 +31,7 @@ constexpr char kStatusProperty[] = "vendor.minidump.cp.status";
 constexpr int32_t kBlockShift = 12;
 constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
 constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
-constexpr uint64_t kMaxPanicFolders = 2;
-
-// Returns the number of blocks that a dump of the size in `size_text` takes: always one more than
-// the whole blocks in it, which is how much the boot chain may have written.
-int32_t dump_blocks(const std::string& size_text) {
-    return static_cast<int32_t>((unsigned_hex2dec(size_text) >> kBlockShift) + 1);
-}
+constexpr uint64_t kMaxPanicDirectories = 2;
 
 void name_this_run() {
     current_timestamp = GetCurrentTimestamp();
@@ -47,7 +41,7 @@ void name_this_run() {
     property_set("vendor.qv_dump.exist", "1");
 }
 
-void make_tmp_folder(const std::string& tmp_path) {
+void make_tmp_directory(const std::string& tmp_path) {
     struct stat status = {};
     if (stat(tmp_path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
         LOG(INFO) << "Temp folder already exists: " << tmp_path;
@@ -58,18 +52,17 @@ void make_tmp_folder(const std::string& tmp_path) {
     }
 }
 
-// Regions and their list go to the minidump folder, and the regions' header is read there, while
+// Regions and their list go to the minidump directory, and the regions' header is read there, while
 // later steps look in the working directory. The two agree in the normal setting; keep both.
 void extract_regions(const std::string& header_path) {
     for (int32_t i = 0; i < md_region_count; ++i) {
         get_md_by_section_num(i + 1, minidump_dir, "");
         writeStringToFile(read_region_name(header_path, i + 1),
-                          minidump_dir + "/" + kTmpFolder + "/" + kDumpInfo);
+                          minidump_dir + "/" + kTmpDirectory + "/" + kDumpInfo);
     }
 }
 
-void archive_dump() {
-    const std::string archive_name = kArchivePrefix + current_timestamp + ".tar.gz";
+void archive_dump(const std::string& archive_name) {
     const std::string archive_path = work_dir + "/" + archive_name;
     const std::string command = "tar -zcvf " + archive_path + " -C " + work_dir + " " + kDumpImage;
     LOG(INFO) << command;
@@ -104,25 +97,25 @@ int main(int argc, char** argv) {
     property_set(kStatusProperty, "running");
     name_this_run();
 
-    const std::string size_text = read_raw(header_path, kDumpSizeOffset, kDumpSizeSize);
-    LOG(INFO) << "dump size is " << unsigned_hex2dec(size_text);
-    dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks(size_text),
-            0);
-    md_region_count = static_cast<int32_t>(
-            unsigned_hex2dec(read_raw(header_path, kRegionCountOffset, kRegionCountSize)));
-    make_tmp_folder(work_dir + "/" + kTmpFolder);
+    const uint32_t dump_size = read_number(header_path, kHeaderRecord, kDumpSize);
+    LOG(INFO) << "dump size is " << dump_size;
+    // Always one block more than the whole blocks in the dump, also when it ends with a block.
+    const auto dump_blocks = static_cast<int32_t>((dump_size >> kBlockShift) + 1);
+    dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks, 0);
+    md_region_count = static_cast<int32_t>(read_number(header_path, kHeaderRecord, kRegionCount));
+    make_tmp_directory(work_dir + "/" + kTmpDirectory);
     extract_regions(header_path);
 
-    archive_dump();
+    const std::string archive_name = kArchivePrefix + current_timestamp + ".tar.gz";
+    archive_dump(archive_name);
     get_restart_info();
     copy_upload_files();
     check_minidump_num(work_dir);
-    LimitFolderNum(minidump_dir, kMaxPanicFolders);
+    LimitFolderNum(minidump_dir, kMaxPanicDirectories);
     work_place_cleanup();
 
-    // Frees the partition for the next crash, whatever became of this one. The header copy may be
-    // gone by now, so the size text from above serves.
-    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks(size_text), 0);
+    // Frees the partition for the next crash, whatever became of this one.
+    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks, 0);
     const auto end = std::chrono::steady_clock::now();
     copy_to_qv_log();
     LOG(INFO) << "Time taken: "

@@ -8,18 +8,18 @@
 extern const std::string logdump_partition_path;
 
 // The working directory, without a trailing "/": holds the header copy, the dump image, the tmp
-// folder and the archive. Empty until main has read its arguments.
+// directory and the archive. Empty until main has read its arguments.
 extern std::string work_dir;
 
 // The number of region entries, as the header gives it; may be negative or larger than the table.
 extern int32_t md_region_count;
 
-// The folder that other services collect from, without a trailing "/". Several steps use it
+// The directory that other services collect from, without a trailing "/". Several steps use it
 // whatever the working directory is; the two agree in the normal setting. Do not derive one from
 // the other.
 extern const std::string minidump_dir;
 
-// This run's panic folder; main appends "_" and the timestamp.
+// This run's panic directory; main appends "_" and the timestamp.
 extern std::string panic_log_dir;
 
 // This run's time, in the shape of kTimestampFormat.
@@ -31,17 +31,17 @@ extern const std::string vantix_dir;
 // Local time, one-second resolution; sorts by age as text and holds no "_".
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
-// The stem of panic folder names. Also the default of kLastDumpProperty where it is read.
+// The stem of panic directory names. Also the default of kLastDumpProperty where it is read.
 inline constexpr char kPanicLogStem[] = "panic_log";
 
-// The property that names this run's panic folder, without its parent folder. Other services
-// read it; the log tree dates its new directory from it.
+// The property that names this run's panic directory, without its parent. Other services read it;
+// the log tree dates its new directory from it.
 inline constexpr char kLastDumpProperty[] = "vendor.qv_dump.last_dump";
 
-// Names inside the working directory and the minidump folder.
+// Names inside the working directory and the minidump directory.
 inline constexpr char kHeaderImage[] = "header.img";
 inline constexpr char kDumpImage[] = "minidump.bin";
-inline constexpr char kTmpFolder[] = "tmp";
+inline constexpr char kTmpDirectory[] = "tmp";
 inline constexpr char kDumpInfo[] = "dump_info.txt";
-inline constexpr char kSelectionFolder[] = "aop_dump";
+inline constexpr char kSelectionDirectory[] = "aop_dump";
 inline constexpr char kArchivePrefix[] = "minidump_";

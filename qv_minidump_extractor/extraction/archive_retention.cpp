@@ -16,6 +16,28 @@ namespace {
 
 constexpr size_t kMaxArchives = 2;
 
+// Returns the names of the dump archives in `directory` in ascending order, which is by age: the
+// timestamp in a name says how old a dump is. The file's own time does not.
+std::vector<std::string> archive_names_in(const std::string& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        std::string name = entry.path().filename().string();
+        if (entry.is_regular_file() && name.rfind(kArchivePrefix, 0) == 0) {
+            names.push_back(std::move(name));
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string joined_by_commas(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += text.empty() ? name : "," + name;
+    }
+    return text;
+}
+
 // Runs `command` in the shell and logs it, and its failure.
 void run_logged(const std::string& command) {
     LOG(INFO) << command;
@@ -27,33 +49,17 @@ void run_logged(const std::string& command) {
 }  // namespace
 
 void check_minidump_num(const std::string& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        std::string name = entry.path().filename().string();
-        if (entry.is_regular_file() && name.rfind(kArchivePrefix, 0) == 0) {
-            names.push_back(std::move(name));
-        }
-    }
-    // By name and not by file time: the timestamp in the name says how old a dump is.
-    std::sort(names.begin(), names.end());
-    const size_t kept = std::min(names.size(), kMaxArchives);
-    const auto first_kept = names.end() - static_cast<std::ptrdiff_t>(kept);
-    for (auto name = names.begin(); name != first_kept; ++name) {
-        const std::string path = directory + "/" + *name;
+    std::vector<std::string> names = archive_names_in(directory);
+    while (names.size() > kMaxArchives) {
+        const std::string path = directory + "/" + names.front();
         LOG(INFO) << "Removing file: " << path;
         std::filesystem::remove(path);
+        names.erase(names.begin());
     }
-
-    std::string kept_names;
-    for (auto name = first_kept; name != names.end(); ++name) {
-        kept_names += *name + ",";
-    }
-    if (!kept_names.empty()) {
-        kept_names.pop_back();
-    }
-    // The folder that other services collect from, whichever directory was pruned.
+    // The directory that other services collect from, whichever directory was pruned.
     run_logged("chmod -R 0771 " + minidump_dir);
     run_logged("chown -R root:system " + minidump_dir);
+    const std::string kept_names = joined_by_commas(names);
     LOG(INFO) << "Preserved files: " << kept_names;
     property_set("vendor.minidump.files", kept_names.c_str());
 }

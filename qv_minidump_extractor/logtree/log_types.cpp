@@ -27,23 +27,23 @@ std::array<LogTypeEntry, kLogTypeCount> log_type_table = {{
 
 namespace {
 
-// Returns the time in the name of this run's panic folder; empty when the name holds none.
-std::string panic_folder_time() {
+// Returns the time in the name of this run's panic directory; empty when the name holds none.
+std::string panic_directory_time() {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(kLastDumpProperty, value, kPanicLogStem);
-    const std::string folder = value;
-    const size_t last = folder.rfind('_');
-    if (last == std::string::npos || last + 1 == folder.size()) {
+    const std::string name = value;
+    const size_t last = name.rfind('_');
+    if (last == std::string::npos || last + 1 == name.size()) {
         return "";
     }
-    std::string time = folder.substr(last + 1);
+    std::string time = name.substr(last + 1);
     std::cout << "Extracted date and time: " << time << std::endl;
     return time;
 }
 
 }  // namespace
 
-bool is_bad_log_type(core_log_type type, const char* operation) {
+bool reject_bad_log_type(core_log_type type, const char* operation) {
     if (type < kLogTypeCount) {
         return false;
     }
@@ -79,11 +79,11 @@ std::string getCurrentTimeFormatted() {
 }
 
 int create_type_new_qv_log_dir(core_log_type type) {
-    if (is_bad_log_type(type, __func__)) {
+    if (reject_bad_log_type(type, __func__)) {
         return kBadLogType;
     }
     LogTypeEntry& entry = log_type_table[type];
-    std::string time = type == kPanicLogType ? panic_folder_time() : "";
+    std::string time = type == kPanicLogType ? panic_directory_time() : "";
     if (time.empty()) {
         time = getCurrentTimeFormatted();
     }

@@ -31,22 +31,24 @@ extern const std::string qv_log_root;
 extern const std::array<std::string, kLogTypeCount> log_type_prefix;
 extern std::array<LogTypeEntry, kLogTypeCount> log_type_table;
 
-// Returns whether `type` is no log type, after an ERROR line that begins with `operation`.
-bool is_bad_log_type(core_log_type type, const char* operation);
+// Returns true, after an ERROR line that begins with `operation`, when `type` is no log type; false
+// otherwise.
+bool reject_bad_log_type(core_log_type type, const char* operation);
 
 // Sets the mode of `path` to 0770, if it exists. Throws std::filesystem::filesystem_error when the
 // mode cannot be set.
 void chang_to_qv_log_mod(const std::string& path);
 
 // Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
-// before. Returns 0 when it is there afterwards, 1 otherwise. Throws what chang_to_qv_log_mod
-// throws.
+// before. Returns 0 when something is there afterwards, be it a plain file; 1 otherwise. Throws
+// what chang_to_qv_log_mod throws.
 int qv_create_dir_str(const std::string& path);
 
 // Returns the current local time in the shape of kTimestampFormat.
 std::string getCurrentTimeFormatted();
 
 // Names and makes the next log directory of `type` and records its paths in log_type_table, also
-// when it then cannot be made. A panic log carries the time in the name of this run's panic folder,
-// any other the current time. Returns 0; 1 when it could not be made; kBadLogType.
+// when it then cannot be made. A panic log carries the time in the name of this run's panic
+// directory, any other the current time. Returns 0; 1 when it could not be made; kBadLogType.
+// Throws what qv_create_dir_str throws.
 int create_type_new_qv_log_dir(core_log_type type);

@@ -28,6 +28,7 @@ __attribute__((format(printf, 2, 3))) void format_command(char (&buffer)[kComman
 void copy_to_qv_log() {
     const int result = prepare_type_log_and_dir(kPanicLogType);
     if (result != 0) {
+        // The message names the operation by this shorter name on purpose. Keep it.
         LOG(ERROR) << log_type_label[kPanicLogType] << __func__
                    << ": prepare_type_log_dir failed, result: " << result;
         return;
@@ -37,7 +38,7 @@ void copy_to_qv_log() {
 }
 
 void copy_panic_log(core_log_type type) {
-    if (is_bad_log_type(type, __func__)) {
+    if (reject_bad_log_type(type, __func__)) {
         return;
     }
     const std::string& new_log_path = log_type_table[type].new_log_path;
@@ -47,11 +48,11 @@ void copy_panic_log(core_log_type type) {
     }
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(kLastDumpProperty, value, kPanicLogStem);
-    const std::string folder = value;
-    const std::string full_command = "cp " + minidump_dir + "/" + folder + "/* " + new_log_path;
+    const std::string directory = value;
+    const std::string full_command = "cp " + minidump_dir + "/" + directory + "/* " + new_log_path;
     char command[kCommandSize];
-    // Only the default folder has a fallback; any other command that is too long runs cut off.
-    if (full_command.size() >= kCommandSize && folder == kPanicLogStem) {
+    // Only the default directory has a fallback; any other command that is too long runs cut off.
+    if (full_command.size() >= kCommandSize && directory == kPanicLogStem) {
         LOG(WARNING) << full_command << " exceed 512 length, using default path";
         format_command(command, "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,
                        new_log_path.c_str());

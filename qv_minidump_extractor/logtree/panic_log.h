@@ -2,11 +2,11 @@
 
 #include "logtree/log_types.h"
 
-// Files this run's panic folder as the next panic log: opens the log, copies the folder's files,
-// closes the log. Nothing is copied when the log cannot be opened. Throws what
-// prepare_type_log_and_dir throws.
+// Files this run's panic directory as the next panic log: opens the log, copies the directory's
+// files, closes the log. Nothing is copied when the log cannot be opened. Throws what
+// prepare_type_log_and_dir and clean_type_log_and_dir throw.
 void copy_to_qv_log();
 
-// Copies the files at the top of this run's panic folder to the directory of the log of `type`
+// Copies the files at the top of this run's panic directory to the directory of the log of `type`
 // that was opened last; an ERROR line when there is none. A failed copy is not reported.
 void copy_panic_log(core_log_type type);

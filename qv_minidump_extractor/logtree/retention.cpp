@@ -5,8 +5,10 @@
 #include <libgen.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 #include <vector>
 
@@ -56,7 +58,8 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix) 
         }
         LOG(ERROR) << "find file :" << name;
     }
-    return largest + 1;
+    // At the largest number there is, the count stays.
+    return largest == std::numeric_limits<int64_t>::max() ? largest : largest + 1;
 }
 
 bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
@@ -77,6 +80,8 @@ bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                 return true;
             }
         } else if (name.find("tar") == std::string::npos) {
+            // "tar" anywhere in a name counts as an archive. Names are the tool's own, so this is
+            // enough; keep it.
             tar_and_delete_dir(path, true);
         }
     }
@@ -110,6 +115,7 @@ int tar_and_delete_dir(const std::string& path, bool remove_after) {
     // The line breaks are part of these messages.
     LOG(INFO) << command << "\n";
     if (std::system(command.c_str()) != 0) {
+        // The message names the parent, not the directory that failed, on purpose. Keep it.
         LOG(INFO) << parent << " save failed\n";
     } else {
         LOG(INFO) << parent << "/" << name << " save as " << archive << "\n";

@@ -11,15 +11,16 @@
 int64_t get_boot_count_by_file_name(const std::string& name);
 
 // Returns the number for the next log in `dir`, which must exist: one more than the largest among
-// the names that begin with `prefix` (all names when it is empty), 0 when there is none. Throws
-// what get_boot_count_by_file_name and the directory walk throw.
+// the names that begin with `prefix` (all names when it is empty), 0 when there is none; but never
+// more than the largest int64_t. Throws what get_boot_count_by_file_name throws, and
+// std::filesystem::filesystem_error when the directory cannot be listed.
 int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix);
 
 // Brings `dir` (ending in "/") into shape for the log number `new_log_count`: removes what does not
 // begin with `prefix`, except names that begin with ".", and logs with malformed names or numbers
-// up to new_log_count - max_log_count; packs the other log directories into archives. Returns true
-// when a removal failed, with the rest not visited; false otherwise. Throws as
-// get_new_qv_log_count.
+// up to new_log_count - max_log_count; packs the rest into archives, except names that contain
+// "tar", which count as archives. Returns true when a removal failed, with the rest not visited;
+// false otherwise. Throws what get_new_qv_log_count and tar_and_delete_dir throw.
 bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                                const std::string& prefix, int32_t max_log_count);
 

@@ -5,7 +5,7 @@
 #include "logtree/retention.h"
 
 int prepare_type_log_and_dir(core_log_type type) {
-    if (is_bad_log_type(type, __func__)) {
+    if (reject_bad_log_type(type, __func__)) {
         return kBadLogType;
     }
     LogTypeEntry& entry = log_type_table[type];
@@ -25,6 +25,7 @@ int prepare_type_log_and_dir(core_log_type type) {
         return -1;
     }
     if (create_type_new_qv_log_dir(type) != 0) {
+        // The message names the operation by this shorter name on purpose. Keep it.
         LOG(ERROR) << label << __func__ << ": create_new_qv_log_dir failed!";
         return -1;
     }
@@ -32,7 +33,7 @@ int prepare_type_log_and_dir(core_log_type type) {
 }
 
 void clean_type_log_and_dir(core_log_type type) {
-    if (is_bad_log_type(type, __func__)) {
+    if (reject_bad_log_type(type, __func__)) {
         return;
     }
     const std::string& path = log_type_table[type].new_log_path_no_sign;

@@ -14,7 +14,7 @@ struct Candidate {
     std::filesystem::file_time_type time;
 };
 
-bool is_panic_folder_name(const std::string& name) {
+bool is_panic_directory_name(const std::string& name) {
     return name.rfind(kPanicLogStem, 0) == 0 || name.rfind("last_kmsg", 0) == 0;
 }
 
@@ -25,22 +25,22 @@ void LimitFolderNum(const std::filesystem::path& parent, uint64_t max) {
         std::cerr << "Path is not a directory or does not exist: " << parent << std::endl;
         return;
     }
-    std::vector<Candidate> folders;
+    std::vector<Candidate> directories;
     for (const auto& entry : std::filesystem::directory_iterator(parent)) {
         if (std::filesystem::is_directory(entry.status()) &&
-            is_panic_folder_name(entry.path().filename().string())) {
-            folders.push_back({entry.path(), std::filesystem::last_write_time(entry.path())});
+            is_panic_directory_name(entry.path().filename().string())) {
+            directories.push_back({entry.path(), std::filesystem::last_write_time(entry.path())});
         }
     }
-    if (folders.size() <= max) {
+    if (directories.size() <= max) {
         return;
     }
-    // By modification time and not by the time in the name: this run's folder can go as well.
-    std::sort(folders.begin(), folders.end(),
+    // By modification time and not by the time in the name: this run's directory can go as well.
+    std::sort(directories.begin(), directories.end(),
               [](const Candidate& a, const Candidate& b) { return a.time < b.time; });
-    folders.resize(folders.size() - max);
-    for (const Candidate& folder : folders) {
-        std::filesystem::remove_all(folder.path);
-        std::cout << "Deleted directory: " << folder.path << std::endl;
+    directories.resize(directories.size() - max);
+    for (const Candidate& directory : directories) {
+        std::filesystem::remove_all(directory.path);
+        std::cout << "Deleted directory: " << directory.path << std::endl;
     }
 }

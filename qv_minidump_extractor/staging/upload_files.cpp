@@ -27,14 +27,14 @@ std::vector<std::string> selected_regions() {
 }
 
 int select_file(const std::string& name) {
-    return copyFilesWithMatchingName(work_dir + "/" + kTmpFolder, work_dir + "/" + kSelectionFolder,
-                                     name);
+    return copyFilesWithMatchingName(work_dir + "/" + kTmpDirectory,
+                                     work_dir + "/" + kSelectionDirectory, name);
 }
 
 void save_console_text() {
     const std::string text_path = panic_log_dir + "/last_kmsg.txt";
     const std::string command =
-            "strings " + work_dir + "/" + kTmpFolder + "/md_KCONSOLE.BIN > " + text_path;
+            "strings " + work_dir + "/" + kTmpDirectory + "/md_KCONSOLE.BIN > " + text_path;
     if (std::system(command.c_str()) != 0) {
         LOG(INFO) << "strings md_KCONSOLE.BIN save failed";
     } else {
@@ -43,9 +43,9 @@ void save_console_text() {
 }
 
 void save_selection() {
-    const std::string archive_path = panic_log_dir + "/" + kSelectionFolder + ".tar.gz";
+    const std::string archive_path = panic_log_dir + "/" + kSelectionDirectory + ".tar.gz";
     const std::string command =
-            "tar -zcvf " + archive_path + " -C " + work_dir + " " + kSelectionFolder;
+            "tar -zcvf " + archive_path + " -C " + work_dir + " " + kSelectionDirectory;
     LOG(INFO) << command;
     if (std::system(command.c_str()) != 0) {
         LOG(INFO) << "aop_dump save failed";

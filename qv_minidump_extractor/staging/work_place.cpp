@@ -28,8 +28,8 @@ int create_panic_folder() {
 
 void work_place_cleanup() {
     const std::string rm = "rm -rf " + minidump_dir + "/";
-    for (const std::string& command :
-         {rm + kTmpFolder, rm + kHeaderImage, rm + kDumpImage, rm + kSelectionFolder + "/*"}) {
+    for (const std::string& command : {rm + kTmpDirectory, rm + kHeaderImage, rm + kDumpImage,
+                                       rm + kSelectionDirectory + "/*"}) {
         if (std::system(command.c_str()) != 0) {
             LOG(INFO) << "Failed: " << command;
         }
