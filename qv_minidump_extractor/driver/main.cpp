@@ -13,6 +13,7 @@
 #include <string>
 
 #include "driver/run_values.h"
+#include "driver/shell.h"
 #include "driver/text_file.h"
 #include "driver/timestamp.h"
 #include "extraction/archive_retention.h"
@@ -66,7 +67,7 @@ void archive_dump(const std::string& archive_name) {
     const std::string archive_path = work_dir + "/" + archive_name;
     const std::string command = "tar -zcvf " + archive_path + " -C " + work_dir + " " + kDumpImage;
     LOG(INFO) << command;
-    if (std::system(command.c_str()) != 0) {
+    if (run_command(command) != 0) {
         LOG(INFO) << "Compression failed.";
         return;
     }

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <filesystem>
 #include <utility>
 #include <vector>
 
 #include "driver/run_values.h"
+#include "driver/shell.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ std::string joined_by_commas(const std::vector<std::string>& names) {
 // Runs `command` in the shell and logs it, and its failure.
 void run_logged(const std::string& command) {
     LOG(INFO) << command;
-    if (std::system(command.c_str()) != 0) {
+    if (run_command(command) != 0) {
         LOG(INFO) << "Error: " << command << " failed";
     }
 }

@@ -5,9 +5,9 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "driver/run_values.h"
+#include "driver/shell.h"
 #include "logtree/type_log.h"
 
 namespace {
@@ -60,5 +60,5 @@ void copy_panic_log(core_log_type type) {
         format_command(command, "%s", full_command.c_str());
     }
     LOG(INFO) << log_type_label[type] << __func__ << ": " << command;
-    std::system(command);
+    run_command(command);
 }

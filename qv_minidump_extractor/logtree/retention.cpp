@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <system_error>
 #include <vector>
 
+#include "driver/shell.h"
 #include "logtree/log_types.h"
 
 namespace {
@@ -114,7 +114,7 @@ int tar_and_delete_dir(const std::string& path, bool remove_after) {
     property_set("vendor.qv_dump.last_panic_log", name.c_str());
     // The line breaks are part of these messages.
     LOG(INFO) << command << "\n";
-    if (std::system(command.c_str()) != 0) {
+    if (run_command(command) != 0) {
         // The message names the parent, not the directory that failed, on purpose. Keep it.
         LOG(INFO) << parent << " save failed\n";
     } else {

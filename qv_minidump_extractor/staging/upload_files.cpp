@@ -2,11 +2,11 @@
 
 #include <android-base/logging.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <vector>
 
 #include "driver/run_values.h"
+#include "driver/shell.h"
 #include "staging/work_place.h"
 
 namespace {
@@ -35,7 +35,7 @@ void save_console_text() {
     const std::string text_path = panic_log_dir + "/last_kmsg.txt";
     const std::string command =
             "strings " + work_dir + "/" + kTmpDirectory + "/md_KCONSOLE.BIN > " + text_path;
-    if (std::system(command.c_str()) != 0) {
+    if (run_command(command) != 0) {
         LOG(INFO) << "strings md_KCONSOLE.BIN save failed";
     } else {
         LOG(INFO) << "strings md_KCONSOLE.BIN and save as " << text_path;
@@ -47,7 +47,7 @@ void save_selection() {
     const std::string command =
             "tar -zcvf " + archive_path + " -C " + work_dir + " " + kSelectionDirectory;
     LOG(INFO) << command;
-    if (std::system(command.c_str()) != 0) {
+    if (run_command(command) != 0) {
         LOG(INFO) << "aop_dump save failed";
     } else {
         LOG(INFO) << "aop_dump save as " << archive_path;

@@ -3,11 +3,11 @@
 #include <android-base/logging.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "driver/run_values.h"
+#include "driver/shell.h"
 
 int create_panic_folder() {
     struct stat status = {};
@@ -30,7 +30,7 @@ void work_place_cleanup() {
     const std::string rm = "rm -rf " + minidump_dir + "/";
     for (const std::string& command : {rm + kTmpDirectory, rm + kHeaderImage, rm + kDumpImage,
                                        rm + kSelectionDirectory + "/*"}) {
-        if (std::system(command.c_str()) != 0) {
+        if (run_command(command) != 0) {
             LOG(INFO) << "Failed: " << command;
         }
     }
