@@ -5,7 +5,9 @@
 
 #include <android-base/logging.h>
 #include <cutils/properties.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -76,6 +78,15 @@ void archive_dump(const std::string& archive_name) {
     property_set("vendor.minidump.last_file", archive_name.c_str());
 }
 
+// Flushes the file or directory at `path` to storage. A failure changes nothing for the run.
+void flush_to_storage(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file >= 0) {
+        fsync(file);
+        close(file);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -115,7 +126,10 @@ int main(int argc, char** argv) {
     LimitFolderNum(minidump_dir, kMaxPanicDirectories);
     work_place_cleanup();
 
-    // Frees the partition for the next crash, whatever became of this one.
+    // Frees the partition for the next crash, whatever became of this one. The archive, and the
+    // directory that holds its name, must be on storage before: the zeros may get there at once.
+    flush_to_storage(work_dir + "/" + archive_name);
+    flush_to_storage(work_dir);
     dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks, 0);
     const auto end = std::chrono::steady_clock::now();
     copy_to_qv_log();
