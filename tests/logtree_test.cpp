@@ -1,28 +1,34 @@
 #include <sys/stat.h>
 
-#include <sstream>
 #include <stdexcept>
 
-#include "driver/timestamp.h"
+#include "device_fixture.h"
 #include "logtree/log_types.h"
 #include "logtree/panic_log.h"
 #include "logtree/retention.h"
 #include "logtree/type_log.h"
-#include "support.h"
+
+using namespace testing;
 
 namespace {
 
-const std::string kDir = kPanicTree + "/";
-const std::string kLastDump = kProperties + "vendor.qv_dump.last_dump";
+const std::string kDir = kPanicLogs + "/";
+const std::string kCopyRecord = "I [Panic]copy_panic_log: ";
+const std::string kLastDump = "/dev/__properties__/vendor.qv_dump.last_dump";
 
 class LogtreeTest : public DeviceTest {
   protected:
     void SetUp() override {
         DeviceTest::SetUp();
-        static const auto initial_table = log_type_table;
-        log_type_table = initial_table;
         fs::create_directories(kDir);
     }
+    void TearDown() override {
+        log_type_table = initial_table_;
+        DeviceTest::TearDown();
+    }
+
+  private:
+    const std::array<LogTypeEntry, kLogTypeCount> initial_table_ = log_type_table;
 };
 
 }  // namespace
@@ -34,162 +40,141 @@ TEST_F(LogtreeTest, RejectsWhatIsNoTypeOrHasNoOpenLog) {
     copy_panic_log(6);
     copy_panic_log(1);
     clean_type_log_and_dir(4);
-    EXPECT_EQ(expected("bad_types.txt"), log());
+    EXPECT_THAT(log(),
+                ElementsAre("E create_type_new_qv_log_dir: error core_log_type: 5",
+                            "E prepare_type_log_and_dir: error core_log_type: 5",
+                            "E clean_type_log_and_dir: error core_log_type: 4294967295",
+                            "E copy_panic_log: error core_log_type: 6",
+                            "E [Crash]copy_panic_log: new_log_path not exist!",
+                            "E [Panic]clean_type_log_and_dir: new_log_path_no_sign not exist!"));
 }
 
 TEST_F(LogtreeTest, MakesDirectoriesForOwnerAndGroup) {
     umask(0077);
-    EXPECT_EQ(0, qv_create_dir_str(kDir + "a/"));
-    fs::permissions(kDir + "a", fs::perms(0705));
-    EXPECT_EQ(0, qv_create_dir_str(kDir + "a"));
-    EXPECT_EQ(fs::perms(0770), fs::status(kDir + "a").permissions());
-    make(kDir, "file");
-    EXPECT_EQ(0, qv_create_dir_str(kDir + "file"));  // something is there: that is all it asks
-    EXPECT_EQ(1, qv_create_dir_str(kDir + "file/sub"));
-    EXPECT_EQ(log(),
-              "I is create: %/a/; I is create: %/a; I is create: %/file; "
-              "I Cannot create: %/file/sub errgeneric:20; ");
+    EXPECT_EQ(0, qv_create_dir_str("/data/a/"));
+    EXPECT_EQ(fs::perms(0770), fs::status("/data/a").permissions());
+    write_file("/data/file", "");
+    EXPECT_EQ(0, qv_create_dir_str("/data/file"));  // something is there: that is all it asks
+    EXPECT_EQ(1, qv_create_dir_str("/data/file/b"));
+    EXPECT_THAT(log(), ElementsAre("I is create: /data/a/", "I is create: /data/file",
+                                   "I Cannot create: /data/file/b errgeneric:20"));
 }
 
-TEST_F(LogtreeTest, DatesAPanicLogFromThePanicFolder) {
-    const std::string now = GetCurrentTimestamp().substr(0, 13);
-    const std::pair<std::string, std::string> cases[] = {
-            {"", "log"}, {"a_b_c", "c"}, {"panic_", now}, {"panic", now}};
-    for (const auto& [property, time] : cases) {
-        SetUp();
+TEST_F(LogtreeTest, DatesAPanicLogFromTheClockWithoutAPanicDirectory) {
+    for (const std::string property : {"panic", "panic_"}) {
         write_file(kLastDump, property);
         EXPECT_EQ(0, create_type_new_qv_log_dir(4));
-        const std::string name = files(kDir);
-        EXPECT_EQ(0U, name.find("QVpanic_0_" + time));
-        EXPECT_EQ(log(), "I [Panic]create_type_new_qv_log_dir: new_log_path: %/" + name +
-                                 "; I is create: %/" + name + "; ");
+        EXPECT_THAT(log_type_table[4].new_log_path,
+                    MatchesRegex(kDir + "QVpanic_0_[0-9]{4}(-[0-9]{2}){5}/"));
     }
 }
 
-TEST_F(LogtreeTest, ReadsTheNumberBackFromAName) {
-    EXPECT_EQ(12, get_boot_count_by_file_name("QVpanic_012_2024-03-05-17-08-09.tar.gz"));
+TEST_F(LogtreeTest, EndsAtANumberThatCannotBeRead) {
     EXPECT_EQ(INT64_MAX, get_boot_count_by_file_name("_9223372036854775807_"));
-    EXPECT_EQ(-3, get_boot_count_by_file_name("a_3_b_") + get_boot_count_by_file_name("a_x3_b") +
-                          get_boot_count_by_file_name("a_3"));
-    EXPECT_EQ(log(),
-              "E error file name a_3_b_ ret.size() 4; E error file name a_x3_b ret.size() 3; "
-              "E error file name a_3 ret.size() 2; ");
-    EXPECT_THROW(get_boot_count_by_file_name("QVpanic__t"), std::invalid_argument);
     EXPECT_THROW(get_boot_count_by_file_name("QVpanic_9223372036854775808_t"), std::out_of_range);
+    EXPECT_THROW(get_boot_count_by_file_name("QVpanic__t"), std::invalid_argument);
 }
 
-TEST_F(LogtreeTest, CountsOnFromTheLargestNumber) {
-    EXPECT_EQ(0, get_new_qv_log_count(kDir, "QVpanic_"));
-    make(kDir, "QVpanic_9_t.tar.gz QVpanic_10_t/ QVpanic_11_a_b/ QVboot_99_t .x");
+TEST_F(LogtreeTest, CountsAllEntriesWhateverTheirOrder) {
+    mount_over(kDir);  // lists in the order of making, or against it: a malformed name comes first
+    make_entries(kDir, {"QVpanic_a", "QVpanic_10_t/", "QVpanic_9_t.tar.gz", "QVboot_99_t", ".x",
+                        "QVpanic_x1_z"});
     EXPECT_EQ(11, get_new_qv_log_count(kDir, "QVpanic_"));
-    std::string records = log();
-    for (const std::string name : {".x", "QVboot_99_t", "QVpanic_10_t", "QVpanic_9_t.tar.gz"}) {
-        EXPECT_TRUE(has(records, "E find file :" + name + "; "));
-        replace_all(records, "E find file :" + name + "; ", "");
-    }
-    EXPECT_EQ("E error file name QVpanic_11_a_b ret.size() 4; ", records);
+    EXPECT_THAT(log(),
+                UnorderedElementsAre("E error file name QVpanic_a ret.size() 2",
+                                     "E find file :QVpanic_10_t", "E find file :QVpanic_9_t.tar.gz",
+                                     "E find file :QVboot_99_t", "E find file :.x",
+                                     "E error file name QVpanic_x1_z ret.size() 3"));
 }
 
-TEST_F(LogtreeTest, PrunesOldLogsAndTrashAndPacksTheRest) {
-    make(kDir,
-         "QVpanic_2_t.tar.gz QVpanic_2_t/f QVpanic_3_t/f QVpanic_3_u.tar.gz QVpanic_x_t/ .trash/f "
-         "QVpanic_4_t.tar.gz QVpanic_4_target/f QVpanic_9_t/f QVpanic_9_a_b.tar.gz qvpanic_9_t/f");
+TEST_F(LogtreeTest, StaysAtTheLargestNumber) {
+    make_entries(kDir, {"QVpanic_9223372036854775807_t/"});
+    EXPECT_EQ(INT64_MAX, get_new_qv_log_count(kDir, "QVpanic_"));
+}
+
+TEST_F(LogtreeTest, RemovesOldLogsAndTrashAndPacksTheOthersUnlessNamedTar) {
+    make_entries(kDir, {"QVpanic_2_t.tar.gz", "QVpanic_3_t/file", "QVpanic_x_t/", "QVpanic_9_a_b",
+                        "qvpanic_9_t/file", "trash", ".hidden/file", "QVpanic_004_t.tar.gz",
+                        "QVpanic_5_target/", "QVpanic_6_ta/file", "QVpanic_7_ar/"});
     EXPECT_FALSE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
-    EXPECT_EQ(files(kDir),
-              ".trash/ .trash/f QVpanic_4_t.tar.gz QVpanic_4_target/ QVpanic_4_target/f "
-              "QVpanic_9_t.tar.gz");
-    EXPECT_EQ("QVpanic_9_t/ QVpanic_9_t/f", files(unpack(kDir + "QVpanic_9_t.tar.gz")));
-    EXPECT_EQ("qv_dump.last_panic_log=QVpanic_9_t; ", journal());
-    for (const std::string name : {"QVpanic_1_t", "trash"}) {  // a failed removal stops the walk
-        SetUp();
-        make(kDir, name + "/");
-        mount_over(kDir + name);
-        EXPECT_TRUE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
-        EXPECT_EQ("E remove failed: %/" + name + "generic:16; ", log());
-    }
-    EXPECT_EQ(0, QVRemoveFile(kDir + "missing"));
-    EXPECT_EQ("E remove file not exist: %/missing; ", log());
+    EXPECT_THAT(entries_in(kDir),
+                ElementsAre(".hidden/", ".hidden/file", "QVpanic_004_t.tar.gz", "QVpanic_5_target/",
+                            "QVpanic_6_ta.tar.gz", "QVpanic_7_ar.tar.gz"));
+    EXPECT_THAT(entries_in(unpack(kDir + "QVpanic_6_ta.tar.gz")),
+                ElementsAre("QVpanic_6_ta/", "QVpanic_6_ta/file"));
 }
 
-TEST_F(LogtreeTest, PacksADirectoryBesideItself) {
-    const std::string path = kDir + "QVpanic_1_t";
-    const std::string tar = "I tar -zcvf %/QVpanic_1_t.tar.gz -C % QVpanic_1_t; I ; ";
-    make(path, "file");
-    EXPECT_EQ(0, tar_and_delete_dir(path, true));
-    EXPECT_EQ(log(), tar + "I %/QVpanic_1_t save as %/QVpanic_1_t.tar.gz; I ; E remove pass: "
-                           "%/QVpanic_1_t; ");
-    EXPECT_EQ(fs::perms(0770), fs::status(path + ".tar.gz").permissions());
-    fs::remove(path + ".tar.gz");
-    make(path, "file");
+TEST_F(LogtreeTest, StopsAtALogOrTrashThatCannotBeRemoved) {
+    make_entries(kDir, {"QVpanic_1_t/"});
+    mount_over(kDir + "QVpanic_1_t");
+    EXPECT_EQ(-1, QVRemoveFile(kDir + "QVpanic_1_t"));
+    EXPECT_EQ(0, QVRemoveFile("/data/missing"));
+    EXPECT_THAT(log(), ElementsAre("E remove failed: " + kDir + "QVpanic_1_tgeneric:16",
+                                   "E remove file not exist: /data/missing"));
+    EXPECT_TRUE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
+    EXPECT_TRUE(remove_old_and_trash_file(8, kDir, "QVboot_", 5));
+}
+
+TEST_F(LogtreeTest, LosesADirectoryWhosePackingFails) {
+    make_entries("/data", {"log/file"});
     replace_tool("tar",
-                 "cat " + kProperties + "vendor.qv_dump.last_panic_log >" + kOut + "; exit 1");
-    EXPECT_EQ(0, tar_and_delete_dir(path, true));
-    EXPECT_EQ(log(), tar + "I % save failed; I ; E remove pass: %/QVpanic_1_t; ");
-    EXPECT_EQ("QVpanic_1_t", files(kDir) + read_file(kOut));
+                 "toybox cp /dev/__properties__/vendor.qv_dump.last_panic_log /data/seen; exit 1");
+    EXPECT_EQ(0, tar_and_delete_dir("/data/log", true));
+    EXPECT_THAT(log(), ElementsAre("I tar -zcvf /data/log.tar.gz -C /data log", "I ",
+                                   "I /data save failed", "I ", "E remove pass: /data/log"));
+    EXPECT_FALSE(fs::exists("/data/log"));
+    EXPECT_EQ("log", read_file("/data/seen"));  // set before the command runs
 }
 
-TEST_F(LogtreeTest, KeepsEachTypeAtItsLimit) {
-    const std::string labels[] = {"[Boot]", "[Crash]", "[Rescue]", "[Ota]", "[Panic]"};
-    for (core_log_type type = 0; type < 5; ++type) {
-        const std::string name = log_type_name[type];
-        EXPECT_EQ(type != 0 && type != 3, log_type_table[type].flag);
-        for (int i = 0; i < 12; ++i) {
-            EXPECT_EQ(0, prepare_type_log_and_dir(type));
-            clean_type_log_and_dir(type);
-        }
-        EXPECT_TRUE(has(log(),
-                        "; E " + labels[type] + "prepare_type_log_and_dir: new_log_count: 11; "));
-        std::istringstream entries(files("/mnt/vendor/qv_log/" + name + "_log"));
-        std::string numbers;
-        for (std::string entry; entries >> entry;) {
-            numbers += entry.substr(entry.find("QV" + name) + name.size() + 3, 2) +
-                       (entry.back() == '/' ? "/ " : " ");
-        }
-        const std::string first = type == 0 ? "2_ 3_ 4_ 5_ 6_ " : type == 4 ? "11/ " : "";
-        EXPECT_EQ("10 11 " + first + "7_ 8_ 9_ ", numbers);
+TEST_F(LogtreeTest, KnowsFiveTypes) {
+    Lines types;
+    for (core_log_type i = 0; i < kLogTypeCount; ++i) {
+        const LogTypeEntry& type = log_type_table[i];
+        types.push_back(log_type_name[i] + " " + log_type_label[i] + " " + type.prefix + " " +
+                        type.log_dir + " " + std::to_string(type.max_log_count) +
+                        (type.flag ? " flag" : ""));
     }
+    EXPECT_THAT(types,
+                ElementsAre("boot [Boot] QVboot_ /mnt/vendor/qv_log/boot_log/ 10",
+                            "crash [Crash] QVcrash_ /mnt/vendor/qv_log/crash_log/ 5 flag",
+                            "rescue [Rescue] QVrescue_ /mnt/vendor/qv_log/rescue_log/ 5 flag",
+                            "ota [Ota] QVota_ /mnt/vendor/qv_log/ota_log/ 5",
+                            "panic [Panic] QVpanic_ /mnt/vendor/qv_log/panic_log/ 5 flag"));
 }
 
-TEST_F(LogtreeTest, ReportsTheStepOfPreparationThatFailed) {
-    const std::string prepare = "E [Panic]prepare_type_log_and_dir: ";
-    const std::string result = "E [Panic]copy_to_qv_log: prepare_type_log_dir failed, result: -1; ";
-    log_type_table[4].prefix = std::string(300, 'p');  // too long a name for a directory
-    copy_to_qv_log();
-    EXPECT_TRUE(has(log(), prepare + "create_new_qv_log_dir failed!; " + result));
-    make(kDir, "trash/");
-    mount_over(kDir + "trash");
-    copy_to_qv_log();
-    EXPECT_TRUE(has(log(), prepare + "remove_old_and_trash_file failed!, prefix: " +
-                                   std::string(300, 'p') + " ,new_log_count: 0; " + result));
-    EXPECT_EQ("trash/", files(kDir) + journal());
-    unmount();
-    fs::remove_all(kDir);
-    write_file(kPanicTree);
-    copy_to_qv_log();
-    EXPECT_TRUE(has(log(), prepare + "qv_create_dir_str fail create: %/; " + result));
-}
-
-TEST_F(LogtreeTest, CutsALongCommandOrTakesTheDefaultFolder) {
-    for (const std::string property : {"", "panic_log", "panic_x"}) {
-        for (const size_t length : {511, 512, 600}) {
-            SetUp();
-            write_file(kLastDump, property);
-            const std::string folder = kPlace + "/" + (property.empty() ? "panic_log" : property);
-            make(folder, "file sub/file");
-            std::string target =
-                    "/mnt/vendor/" + std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
-            target.resize(length - folder.size() - 6, 'c');
-            const std::string copy = "cp " + folder + "/* " + target;
-            const bool fallback = length >= 512 && property != "panic_x";
-            const std::string run = (fallback ? "cp -r " + copy.substr(3) : copy).substr(0, 511);
-            fs::create_directories(run.substr(run.find("/mnt")));
-            log_type_table[4].new_log_path = target;
-            copy_panic_log(4);
-            const std::string warning = "W " + copy + " exceed 512 length, using default path; ";
-            EXPECT_EQ(log(), abbreviated((fallback ? warning : "") +
-                                         "I [Panic]copy_panic_log: " + run + "; "));
-            EXPECT_EQ(fallback ? "file sub/ sub/file" : "file",
-                      files(run.substr(run.find("/mnt"))));
-        }
+TEST_F(LogtreeTest, KeepsTenBootLogsAsArchives) {
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(0, prepare_type_log_and_dir(0));
+        clean_type_log_and_dir(0);
     }
+    EXPECT_THAT(log(), Contains("E [Boot]prepare_type_log_and_dir: new_log_count: 11"));
+    EXPECT_THAT(entries_in("/mnt/vendor/qv_log/boot_log"),
+                AllOf(SizeIs(10), Each(EndsWith(".tar.gz")), Contains(StartsWith("QVboot_2_"))));
+}
+
+TEST_F(LogtreeTest, RunsACopyCommandOf511CharactersWhole) {
+    log_type_table[4].new_log_path = std::string(511 - 37, '/');  // after 37 characters before it
+    copy_panic_log(4);
+    EXPECT_THAT(log(), ElementsAre(AllOf(
+                               StartsWith(kCopyRecord + "cp /data/vendor/minidump/panic_log/* //"),
+                               SizeIs(kCopyRecord.size() + 511))));
+}
+
+TEST_F(LogtreeTest, CutsALongerCopyCommand) {
+    write_file(kLastDump, "panic_x");
+    log_type_table[4].new_log_path = std::string(600, '/');
+    copy_panic_log(4);
+    EXPECT_THAT(log(),
+                ElementsAre(AllOf(StartsWith(kCopyRecord + "cp /data/vendor/minidump/panic_x/* //"),
+                                  SizeIs(kCopyRecord.size() + 511))));
+}
+
+TEST_F(LogtreeTest, CopiesRecursivelyInALongerDefaultCommand) {
+    log_type_table[4].new_log_path = std::string(512 - 37, '/');
+    copy_panic_log(4);
+    EXPECT_THAT(log(), ElementsAre(AllOf(StartsWith("W cp /data/vendor/minidump/panic_log/* //"),
+                                         EndsWith("// exceed 512 length, using default path")),
+                                   AllOf(StartsWith(kCopyRecord +
+                                                    "cp -r /data/vendor/minidump/panic_log/* //"),
+                                         SizeIs(kCopyRecord.size() + 511))));
 }

@@ -1,104 +1,95 @@
-#include <algorithm>
-#include <map>
+// Real faults, given to whole runs: kills, failing calls, damaged partitions.
+
 #include <random>
 
-#include "support.h"
+#include "device_fixture.h"
 
-// Real faults, given to whole runs: kills, failing calls, damaged partitions.
+using namespace testing;
+
 namespace {
 
-// The times of crashes, in the tool's order, in the clock's and in the names' form.
-std::string time_of(int crash, char separator = ':') {
-    return std::string("09") + separator + std::to_string(10 + crash / 10) + separator +
-           std::to_string(10 + crash % 10);
-}
+const std::string kTrace = "/data/local/trace";
 
 class SurvivalTest : public DeviceTest {
   protected:
-    // Runs the tool after crash number `crash`, under strace with `options` if there are any.
-    int run(int crash = 0, const std::string& options = "") {
-        const std::string strace = "/usr/bin/strace -o " + kScratch + "/trace " + options;
-        return run_tool("x " + kPlace, time_of(crash), options.empty() ? "" : strace);
-    }
-    // Runs the tool on a crash and returns `points` of its calls of `name` (all, when empty), as
-    // strace's words for an injected `fault` at each.
-    std::vector<std::string> faults(const std::string& name, const std::string& fault,
-                                    size_t points) {
-        crash();
-        EXPECT_EQ(0, run(0, "-e trace=all"));
-        return injections(kScratch + "/trace", "logdump", name, fault, points);
+    // Runs the tool under strace. Leaks cannot be looked for in a process that is traced.
+    int run_traced(const std::string& options) {
+        return run("ASAN_OPTIONS=$ASAN_OPTIONS:detect_leaks=0 /usr/bin/strace -o " + kTrace + " " +
+                   options + " " + tool());
     }
 };
 
+class KilledRun : public SurvivalTest, public WithParamInterface<std::tuple<const char*, int>> {};
+class RunOnDamage : public SurvivalTest, public WithParamInterface<int> {};
+
+// Returns a sample crash with damage in header and table, and often cut off.
+std::string damaged_image(unsigned int seed) {
+    std::mt19937 random(seed);
+    std::string image = build_image(sample_regions(), 0);
+    for (unsigned int flips = random() % 200; flips > 0; --flips) {
+        image[random() % 1024] = static_cast<char>(random());
+    }
+    // Small numbers, so that a run is short, and at times a size that is too large for any.
+    put_number(image, 36, 8, random() % (1 << 20));
+    put_number(image, 52, 4, random() % 60);
+    for (size_t entry = 1; entry < 60; ++entry) {
+        put_number(image, entry * 64 + 12, 8, entry == seed % 200 ? 0x80000000 : random() % 4096);
+    }
+    return image.substr(0, seed % 3 == 0 ? random() % image.size() : image.size());
+}
+
 }  // namespace
 
-TEST_F(SurvivalTest, AKilledRunLosesNoDump) {
-    int killed = 0, erased = 0, number = 0;
-    for (const std::string& call : faults("", "signal=KILL", 45)) {
-        SCOPED_TRACE(call);
-        crash();
-        killed += run(++number, "-e inject=" + call) == 137;
-        const bool kept = untouched();
-        erased += kept ? 0 : 1;
-        EXPECT_EQ(kept ? 0 : 11, run(number));  // the whole job, or nothing left to do
-        expect_archived(kPlace + "/minidump_2024-01-07-" + time_of(number, '-') + ".tar.gz");
-        crash();
-        EXPECT_EQ(0, run(++number));  // and the next crash as usual
-        expect_archived(kPlace + "/minidump_2024-01-07-" + time_of(number, '-') + ".tar.gz");
-        EXPECT_TRUE(count(tree(kPlace), "minidump_") <= 2 &&
-                    count(tree(kPlace), "/last_kmsg") <= 2);
-        EXPECT_LE(count(" " + tree(kPanicTree), " QVpanic_"),
-                  5 + 3U);  // one with its directory of two
-    }
-    EXPECT_TRUE(killed >= 30 && erased >= 3 && erased < killed) << killed << " " << erased;
-}
+// The system call, and at which call of it.
+INSTANTIATE_TEST_SUITE_P(AtOpening, KilledRun, Combine(Values("openat"), Range(20, 220, 10)));
+INSTANTIATE_TEST_SUITE_P(AtWriting, KilledRun, Combine(Values("write"), Range(2, 76, 6)));
+INSTANTIATE_TEST_SUITE_P(AtWaiting, KilledRun, Combine(Values("wait4"), Range(1, 25, 4)));
 
-TEST_F(SurvivalTest, AFailingCallEndsNoRunInAnotherWay) {
-    const std::pair<std::string, std::string> cases[] = {
-            {"read", "EIO"}, {"write", "ENOSPC"}, {"openat", "EACCES"}};
-    for (const auto& [name, error] : cases) {
-        for (const std::string& call : faults(name, "error=" + error, 12)) {
-            SCOPED_TRACE(call);
-            SetUp();
-            crash();
-            const int status = run(0, "-e inject=" + call);
-            EXPECT_TRUE(status == 0 || status == 134 || (status == 11 && untouched())) << status;
-        }
-    }
-    SetUp();
+TEST_P(KilledRun, LosesNoDump) {
+    const auto& [call, number] = GetParam();
     crash();
-    mount_over(kPlace, "size=4k");
-    write_file(kPlace + "/full", std::string(4096, 'x'));
-    EXPECT_EQ(11, run());  // no room for the header copy
-    EXPECT_TRUE(untouched());
+    EXPECT_EQ(128 + SIGKILL, run_traced("-e inject=" + std::string(call) +
+                                        ":signal=KILL:when=" + std::to_string(number)));
+    const bool freed = !partition_is_untouched();
+    EXPECT_EQ(freed ? 11 : 0, run_tool());  // nothing left to do, or the whole job
+    EXPECT_TRUE(dump_is_in(kArchive));
+    crash();
+    clock_ = "09:05:04";
+    EXPECT_EQ(0, run_tool());  // and the next crash as usual
+    EXPECT_TRUE(dump_is_in(kMinidumpDir + "/minidump_2024-01-07-09-05-04.tar.gz"));
 }
 
-TEST_F(SurvivalTest, ADamagedPartitionEndsARunInNoOtherWay) {
-    std::mt19937 random(20240107);
-    std::map<int, int> ends;
-    for (int i = 0; i < 500; ++i) {
-        SetUp();
-        std::string image = build_image(sample_regions(), 0);
-        const auto number = [&random](uint64_t below) { return random() % below; };
-        if (i % 2 == 0) {  // rubbish all over the header and the table
-            std::generate(image.begin(), image.begin() + 40960,
-                          [&] { return static_cast<char>(random()); });
-        }
-        for (int flips = number(200); flips > 0; --flips) {
-            image[number(40960)] = static_cast<char>(random());
-        }
-        // Sizes bounded, so that a run is short: or else too large for any.
-        put_number(image, 36, 8, number(1 << 20));
-        put_number(image, 52, 4,
-                   number(20) == 0 ? random() | 0x80000000 : number(number(20) == 0 ? 700 : 60));
-        for (size_t entry = 1; entry < 640; ++entry) {
-            put_number(image, entry * 64 + 12, 8,
-                       number(500) == 0 ? random() | 0x80000000 : number(1 << 12));
-        }
-        crash(image.substr(0, number(3) == 0 ? number(image.size()) : image.size()));
-        ++ends[run()];
-    }
-    EXPECT_EQ(500, ends[0] + ends[11] + ends[134]);
-    EXPECT_TRUE(ends[0] > 50 && ends[11] > 50 && ends[134] > 10)
-            << ends[0] << " " << ends[11] << " " << ends[134];
+INSTANTIATE_TEST_SUITE_P(Seeds, RunOnDamage, Range(0, 200));
+
+TEST_P(RunOnDamage, ErasesThePartitionOrLeavesItUntouched) {
+    crash(damaged_image(GetParam()));
+    const int status = run_tool();
+    EXPECT_THAT(status, AnyOf(0, 11, 134));
+    EXPECT_TRUE(status == 0 ? partition_is_erased() : partition_is_untouched());
+}
+
+TEST_F(SurvivalTest, WithoutRoomForTheHeaderARunLeavesThePartition) {
+    mount_over(kMinidumpDir, "size=4k");
+    write_file(kMinidumpDir + "/full", std::string(4096, 'x'));
+    crash();
+    EXPECT_EQ(11, run_tool());
+    EXPECT_TRUE(partition_is_untouched());
+}
+
+TEST_F(SurvivalTest, TheArchiveIsOnStorageBeforeTheErase) {
+    crash();
+    EXPECT_EQ(0, run_traced("-y -e trace=fsync,openat"));
+    shell("toybox grep -E '^fsync|logdump.*O_WRONLY' " + kTrace + " >/data/steps");
+    EXPECT_THAT(lines_of("/data/steps"),
+                ElementsAre(ContainsRegex("^fsync.*<" + kArchive + ">\\) += 0$"),
+                            ContainsRegex("^fsync.*<" + kMinidumpDir + ">\\) += 0$"),
+                            StartsWith("openat")));
+}
+
+TEST_F(SurvivalTest, NothingIsWrittenAfterAFailedWrite) {
+    crash(build_image({{"large", std::string(1 << 20, 'l')}}, 0));
+    EXPECT_EQ(0, run_traced("-P " + kPartition +
+                            " -e trace=write -e signal=none -e inject=write:error=EIO:when=2"));
+    EXPECT_THAT(lines_of(kTrace),
+                ElementsAre(StartsWith("write("), HasSubstr("EIO"), "+++ exited with 0 +++"));
 }

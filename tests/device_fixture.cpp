@@ -1,0 +1,169 @@
+#include "device_fixture.h"
+
+#include <android-base/logging.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <stdexcept>
+
+#include "driver/run_values.h"
+
+using namespace testing;
+
+namespace {
+
+const std::string kTools = "/data/local/bin/";
+
+Lines take_lines(const std::string& path) {
+    Lines lines = lines_of(path);
+    fs::remove(path);
+    return lines;
+}
+
+}  // namespace
+
+std::string read_file(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+Lines lines_of(const std::string& path) {
+    std::ifstream file(path);
+    Lines lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void write_file(const std::string& path, const std::string& content) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+void make_entries(const std::string& directory, const Lines& names) {
+    for (const std::string& name : names) {
+        if (name.back() == '/') {
+            fs::create_directories(directory + "/" + name);
+        } else {
+            write_file(directory + "/" + name, name);
+        }
+    }
+}
+
+Lines entries_in(const std::string& directory) {
+    Lines names;
+    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+        const std::string name = entry.path().lexically_relative(directory).string();
+        names.push_back(entry.is_directory() ? name + "/" : name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void shell(const std::string& command) {
+    if (system(command.c_str()) != 0) {
+        throw std::runtime_error("failed: " + command);
+    }
+}
+
+void mount_over(const std::string& directory, const std::string& options) {
+    shell("toybox mount -t tmpfs -o " + options + " test " + directory);
+}
+
+void replace_tool(const std::string& name, const std::string& script) {
+    fs::remove(kTools + name);
+    write_file(kTools + name, "#!/bin/sh\n" + script + "\n");
+    fs::permissions(kTools + name, fs::perms(0755));
+}
+
+std::string unpack(const std::string& archive) {
+    const std::string directory = "/data/local/unpacked";
+    shell("toybox rm -rf " + directory + "; toybox mkdir " + directory);
+    shell("tar -xzf " + archive + " -C " + directory);
+    return directory;
+}
+
+void DeviceTest::SetUp() {
+    ASSERT_TRUE(fs::exists("/system/bin/toybox")) << "this is no virtual device";
+    setenv("PATH", "/data/local/bin:/system/bin", 1);
+    shell("toybox rm -rf /data/* /mnt/vendor/* /dev/log/* /dev/__properties__/*");
+    make_entries("/data", {"local/bin/", "vendor/minidump/aop_dump/", "vendor/minidump/tmp/"});
+    if (chown("/data", 0, 1000) != 0) {  // an ordinary user's device has one group only
+        replace_tool("chown", "exit 0");
+    }
+    umask(0);
+    work_dir = kMinidumpDir;
+    android::base::SetLogger(android::base::LogdLogger(android::base::SYSTEM));
+}
+
+void DeviceTest::TearDown() {
+    shell("toybox grep ^test /proc/mounts | while read -r name path rest; do toybox umount $path; "
+          "done");
+}
+
+void DeviceTest::crash(const std::string& image) {
+    write_file(kPartition, image);
+    image_ = image;
+    extent_ = (get_number(image, 36, 4) | get_number(image, 40, 4)) / 4096 * 4096 + 4096;
+}
+
+int DeviceTest::run(const std::string& command) {
+    // libfaketime sets the clock. It comes before the sanitizer's library, which must allow that. A
+    // caller may have silenced the log; the tool must not heed it.
+    const std::string environment =
+            "export LD_PRELOAD='/usr/$LIB/faketime/libfaketime.so.1' FAKETIME='2024-01-07 " +
+            clock_ + "' NO_FAKE_STAT=1 FAKETIME_DONT_FAKE_MONOTONIC=1 TZ=XXX-3 " +
+            "ASAN_OPTIONS=verify_asan_link_order=0 ANDROID_LOG_TAGS=*:s; ";
+    const int status = system(("set -m; (" + environment + command + ") >" + out_ + " 2>" + err_ +
+                               " & wait $!; status=$?;" +
+                               " while kill -9 -$! 2>/dev/null; do :; done; exit $status")
+                                      .c_str());
+    EXPECT_THAT(read_file(err_), Not(AnyOf(HasSubstr("Sanitizer"), HasSubstr("runtime error:"))));
+    return WEXITSTATUS(status);
+}
+
+std::string DeviceTest::tool(const std::string& arguments) {
+    return emulated("/vendor/bin/qv_minidump_extractor " + arguments);
+}
+
+std::string DeviceTest::emulated(const std::string& command) {
+    const char* emulator = getenv("EMULATOR");  // see virtual_device
+    return emulator == nullptr ? command : std::string(emulator) + " " + command;
+}
+
+Lines DeviceTest::log() {
+    static const std::regex before_message("^system [^ ]+ [^ ]+ [0-9]+ ([A-Z]) [^:]+: ");
+    Lines records;
+    for (const std::string& line : take_lines("/dev/log/records")) {
+        records.push_back(std::regex_replace(line, before_message, "$1 "));
+    }
+    return records;
+}
+
+Lines DeviceTest::journal() { return take_lines("/dev/__properties__/journal"); }
+
+bool DeviceTest::partition_is_untouched() {
+    return read_file(kPartition).substr(0, image_.size()) == image_;
+}
+
+bool DeviceTest::partition_is_erased() {
+    std::string expected = image_;
+    expected.replace(0, extent_, extent_, '\0');
+    if (!fs::is_block_file(kPartition)) {  // a plain file that stands for one is truncated
+        expected.resize(extent_);
+    }
+    return read_file(kPartition).substr(0, expected.size()) == expected;
+}
+
+bool DeviceTest::dump_is_in(const std::string& archive) {
+    const std::string directory = unpack(archive);
+    return entries_in(directory) == Lines{"minidump.bin"} &&
+           read_file(directory + "/minidump.bin") == image_.substr(0, extent_);
+}

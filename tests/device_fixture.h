@@ -1,0 +1,93 @@
+// The fixture of the tests that run inside host/virtual_device: a device, new for each test, on
+// which the tool runs at its real paths.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image_builder.h"
+
+namespace fs = std::filesystem;
+
+using Lines = std::vector<std::string>;
+
+inline const std::string kPartition = "/dev/block/by-name/logdump";
+inline const std::string kMinidumpDir = "/data/vendor/minidump";
+inline const std::string kTmpDir = kMinidumpDir + "/tmp";
+inline const std::string kPanicLogs = "/mnt/vendor/qv_log/panic_log";
+
+// What a run leaves at the usual time, 2024-01-07 09:05:03 in the device's time zone.
+inline const std::string kArchive = kMinidumpDir + "/minidump_2024-01-07-09-05-03.tar.gz";
+inline const std::string kPanicDir = kMinidumpDir + "/panic_log_2024-01-07-09-05-03";
+inline const std::string kPanicLog = kPanicLogs + "/QVpanic_0_2024-01-07-09-05-03";
+
+// Return the content of the file; nothing when it cannot be read.
+std::string read_file(const std::string& path);
+Lines lines_of(const std::string& path);
+
+// Writes the file, and makes missing directories.
+void write_file(const std::string& path, const std::string& content);
+
+// Makes `names` below `directory`: directories where a name ends in "/", else files that hold their
+// own name.
+void make_entries(const std::string& directory, const Lines& names);
+
+// Returns every entry below `directory`, sorted; names of directories end in "/".
+Lines entries_in(const std::string& directory);
+
+// Runs a command in the device's shell. Throws std::runtime_error when it fails.
+void shell(const std::string& command);
+
+// Puts a new file system over the directory for the rest of the test.
+void mount_over(const std::string& directory, const std::string& options = "size=16m");
+
+// Puts a program called `name`, which runs `script`, before the device's own.
+void replace_tool(const std::string& name, const std::string& script);
+
+// Unpacks the tar.gz archive and returns the directory that then holds its members alone.
+std::string unpack(const std::string& archive);
+
+class DeviceTest : public testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Leaves a crash on the partition.
+    void crash(const std::string& image = build_image(sample_regions(), 1 << 20));
+
+    // Runs a shell command at the time `clock_`, as the device's init does: in a process group of
+    // its own, which is killed when the command ends. Returns its exit status, or 128 and its
+    // signal's number. Its output is then in `out_` and `err_`.
+    int run(const std::string& command);
+    int run_tool() { return run(tool()); }
+
+    // Return the shell's words that start the tool, or any program of the device's processor.
+    static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
+    static std::string emulated(const std::string& command);
+
+    // Returns the records of the system's log buffer since the last call, such as "I message" with
+    // the severity's letter. A record of another buffer is there as host/logd.cpp wrote it.
+    static Lines log();
+
+    // Returns the calls of property_set since the last call, in order: "set KEY=VALUE" or "refused
+    // KEY=VALUE".
+    static Lines journal();
+
+    bool partition_is_untouched();
+    // Whether zeros cover the dump and its extra block, and nothing behind them changed.
+    bool partition_is_erased();
+    // Whether the archive holds what a run takes of the partition, alone.
+    bool dump_is_in(const std::string& archive = kArchive);
+
+    std::string clock_ = "09:05:03";
+    const std::string out_ = "/data/local/out";
+    const std::string err_ = "/data/local/err";
+
+  private:
+    std::string image_;  // what crash() left
+    size_t extent_ = 0;  // how many bytes of it a run takes and erases
+};
