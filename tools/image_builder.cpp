@@ -6,9 +6,7 @@
 // followed a slip in the tool's table would hide it from the tests.
 namespace {
 
-constexpr size_t kRecord = 64;
-constexpr size_t kHeaderCopy = 40960;
-constexpr size_t kAlignment = 4096;
+constexpr uint64_t kAlignment = 4096;
 constexpr char kUnread = '\xa5';
 
 }  // namespace
@@ -27,25 +25,43 @@ uint64_t get_number(const std::string& image, size_t offset, size_t size) {
     return value;
 }
 
-std::string build_image(const std::vector<Region>& regions, size_t partition_size) {
-    const size_t table_end = (regions.size() + 1) * kRecord;
-    std::string image(std::max(table_end, kHeaderCopy), '\0');
-    std::fill_n(image.begin(), table_end, kUnread);
-    image.replace(0, 8, "MINIDUMP");
-    image[12] = '\x01';
-    put_number(image, 52, 4, regions.size());
+uint64_t aligned(uint64_t end) { return (end + kAlignment - 1) / kAlignment * kAlignment; }
+
+std::string build_table(const std::vector<RegionEntry>& regions, uint64_t dump_size) {
+    std::string table((regions.size() + 1) * kRecord, kUnread);
+    table.replace(0, 8, "MINIDUMP");
+    table[12] = '\x01';
+    put_number(table, 36, 8, dump_size);
+    put_number(table, 52, 4, regions.size());
     size_t record = 0;
-    for (const Region& region : regions) {
+    for (const RegionEntry& region : regions) {
         record += kRecord;
-        put_number(image, record + 4, 8, image.size());
-        put_number(image, record + 12, 8, region.content.size());
+        put_number(table, record + 4, 8, region.offset);
+        put_number(table, record + 12, 8, region.size);
         std::string name = region.name;
-        name.resize(20, '\0');
-        image.replace(record + 36, name.size(), name);
-        image += region.content;
-        image.resize((image.size() + kAlignment - 1) / kAlignment * kAlignment);
+        name.resize(kMaxNameSize, '\0');
+        table.replace(record + 36, name.size(), name);
     }
-    put_number(image, 36, 8, image.size());
+    return table;
+}
+
+RegionEntry read_entry(const std::string& head, size_t k) {
+    const size_t record = k * kRecord;
+    const std::string name = head.substr(record + 36, kMaxNameSize);
+    return {name.substr(0, name.find('\0')), get_number(head, record + 4, 8),
+            get_number(head, record + 12, 8)};
+}
+
+std::string build_image(const std::vector<Region>& regions, size_t partition_size) {
+    const size_t table_size = (regions.size() + 1) * kRecord;
+    std::string image(std::max(table_size, kTableSpace), '\0');
+    std::vector<RegionEntry> entries;
+    for (const Region& region : regions) {
+        entries.push_back({region.name, image.size(), region.content.size()});
+        image += region.content;
+        image.resize(aligned(image.size()));
+    }
+    image.replace(0, table_size, build_table(entries, image.size()));
     image.resize(std::max(image.size(), partition_size));
     return image;
 }

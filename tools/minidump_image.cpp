@@ -1,88 +1,330 @@
-// Makes and shows minidump partition images.
+// Makes, shows and extracts minidump partition images.
 
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+#include <err.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
-#include <exception>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
+#include <cstring>
+#include <functional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "image_builder.h"
 
+using android::base::StringPrintf;
+using android::base::unique_fd;
+
 namespace {
 
-constexpr size_t kPartitionSize = size_t{1024} * 1024;  // bytes, when the dump is not larger
+constexpr uint64_t kPartitionSize = uint64_t{1} << 20;  // bytes, when the dump is not larger
+constexpr size_t kBufferSize = size_t{1} << 20;         // bytes that are copied at a time
+constexpr uint64_t k2GiB = uint64_t{1} << 31;
 
-constexpr char kUsage[] =
-        "usage: minidump_image make IMAGE [NAME=FILE]...\n"
-        "           writes an image with these regions; without any, a built-in sample crash\n"
-        "       minidump_image show IMAGE\n"
-        "           prints the header and the region table\n";
+constexpr char kHelp[] =
+        R"(usage: minidump_image make [--force] IMAGE [NAME=FILE]...
+           writes an image with these regions, or with a built-in sample crash
+       minidump_image show IMAGE
+           prints the header and the region table
+       minidump_image extract IMAGE DIRECTORY [NAME]...
+           writes all regions, or those named as "show" prints them, to new files; when
+           a name is doubled or not safe for a file, to "region_of_table_entry_N_..."
+exit status: 0 all is well; 1 something cannot be read or written, or a region is cut or
+           missing; 2 wrong arguments; 3 doubtful table: its dump size or count exceeds
+           the image, or its count the 639 entries that a run on a device can know;
+           4 the image holds no dump; 5 gzip, zip, xz or Android sparse-image data
+)";
 
-std::string read_file(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    file.peek();
-    if (!file && !file.eof()) {
-        throw std::runtime_error("cannot read " + path);
+// The exit statuses, from 0 on; scripts tell images apart by them. One is thrown to give up, after
+// the message.
+enum Status { kSuccess, kFailed, kWrongArguments, kDoubtful, kNoDump, kPacked };
+
+void require(bool holds, Status status, const std::string& otherwise) {
+    if (!holds) {
+        warnx("%s", otherwise.c_str());
+        throw status;
     }
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-void make(const std::string& image_path, const std::vector<std::string>& arguments) {
-    std::vector<Region> regions;
-    for (const std::string& argument : arguments) {
-        const size_t equals = argument.find('=');
-        if (equals == 0 || equals > 20) {
-            throw std::runtime_error("not NAME=FILE with a name of 1 to 20 bytes: " + argument);
+// For system calls: the message also says why.
+void check(bool succeeded, const std::string& otherwise) {
+    require(succeeded, kFailed, otherwise + ": " + std::strerror(errno));
+}
+
+// Writes to the file, which messages call `path`.
+void write(int file, const std::string& path, const std::string& bytes) {
+    check(android::base::WriteFully(file, bytes.data(), bytes.size()), "cannot write " + path);
+}
+
+void print(const std::string& text) { write(STDOUT_FILENO, "standard output", text); }
+
+unique_fd open_for_reading(const std::string& path) {
+    unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    check(file != -1, "cannot read " + path);
+    return file;
+}
+
+// Copies up to `most` bytes between two files, from where they stand, and returns how many there
+// were. Messages call the files by their paths.
+uint64_t copy(int from, const std::string& from_path, uint64_t most, int to,
+              const std::string& to_path) {
+    std::string buffer;
+    uint64_t copied = 0;
+    do {
+        buffer.resize(std::min<uint64_t>(most - copied, kBufferSize));
+        const ssize_t count = read(from, buffer.data(), buffer.size());
+        check(count != -1, "cannot read " + from_path);
+        buffer.resize(static_cast<size_t>(count));
+        write(to, to_path, buffer);
+        copied += buffer.size();
+    } while (!buffer.empty());
+    return copied;
+}
+
+// Makes the file `path` and has `fill` write it. What is there already, even a link, is left alone;
+// a file that cannot be completed is removed.
+void write_new_file(const std::string& path, const std::function<void(int)>& fill) {
+    unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    check(file != -1, "cannot write " + path);
+    try {
+        fill(file);
+        check(close(file.release()) == 0, "cannot write " + path);
+    } catch (Status) {
+        unlink(path.c_str());
+        throw;
+    }
+}
+
+// Returns a name from an image as it is safe to print: printable ASCII without spaces. Other bytes
+// become "\x1b" and the like, a backslash "\\", and a name without bytes two quotation marks.
+std::string escaped(const std::string& name) {
+    std::string text = name.empty() ? "\"\"" : "";
+    for (const char byte : name) {
+        if (byte > ' ' && byte <= '~' && byte != '\\') {
+            text += byte;
+        } else {
+            text += byte == '\\' ? "\\\\" : StringPrintf("\\x%02x", byte & 0xff);
         }
-        regions.push_back({argument.substr(0, equals), read_file(argument.substr(equals + 1))});
     }
-    const std::string image =
-            build_image(regions.empty() ? sample_regions() : regions, kPartitionSize);
-    std::ofstream file(image_path, std::ios::binary);
-    file << image;
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + image_path);
-    }
+    return text;
 }
 
-void show(const std::string& image_path) {
-    const std::string image = read_file(image_path);
-    const uint64_t count = get_number(image, 52, 4);
-    const uint64_t entries = image.size() / 64 - (image.size() >= 64 ? 1 : 0);
-    std::printf("table set %s   dump size %llu   regions %llu   partition %zu bytes\n",
-                (get_number(image, 12, 1) & 1) == 1 ? "yes" : "no",
-                static_cast<unsigned long long>(get_number(image, 36, 8)),
-                static_cast<unsigned long long>(count), image.size());
-    std::printf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
-    for (uint64_t k = 1; k <= count && k <= entries; ++k) {
-        const std::string name = image.substr(k * 64 + 36, 20);
-        std::printf("%5llu  %-20s  %12llu  %12llu\n", static_cast<unsigned long long>(k),
-                    name.c_str(), static_cast<unsigned long long>(get_number(image, k * 64 + 4, 8)),
-                    static_cast<unsigned long long>(get_number(image, k * 64 + 12, 8)));
+std::string remark(bool holds, const char* text) {
+    return holds ? std::string("  (") + text + ")" : "";
+}
+
+// Returns remarks on why the name of region `index` cannot be a file's name; empty when it can.
+std::string name_faults(const std::vector<RegionEntry>& regions, size_t index) {
+    const std::string& name = regions[index].name;
+    const auto same = [&](const RegionEntry& region) { return region.name == name; };
+    return remark(name.empty(), "empty name") +
+           remark(name == "." || name == "..", "name of a directory") +
+           remark(name.find('/') != std::string::npos, "name with \"/\"") +
+           remark(std::count_if(regions.begin(), regions.end(), same) > 1, "doubled name");
+}
+
+struct Image {
+    unique_fd file;
+    uint64_t size;  // bytes
+    uint64_t dump_size;
+    uint64_t region_count;             // as the header has it
+    std::vector<RegionEntry> regions;  // those that a run can know and the image holds
+    Status status = kSuccess;          // or kDoubtful
+};
+
+// Reads header and table of an image, no more, and reports what is doubtful about them.
+Image open_image(const std::string& path) {
+    Image image{};
+    image.file = open_for_reading(path);
+    std::string head(kTableSpace, '\0');
+    errno = 0;  // and so it stays when the image is merely shorter, with zeros behind its end
+    check(android::base::ReadFullyAtOffset(image.file, head.data(), head.size(), 0) || errno == 0,
+          "cannot read " + path);
+    const std::pair<std::string, const char*> packed[] = {
+            {"\x1f\x8b", "gzip data: unpack it first, with gzip -d"},
+            {"PK\x03\x04", "zip data: unpack it first, with unzip"},
+            {{"\xfd\x37zXZ\0", 6}, "xz data: unpack it first, with xz -d"},
+            {"\x3a\xff\x26\xed", "an Android sparse image: convert it first, with simg2img"},
+    };
+    for (const auto& [magic, what] : packed) {
+        require(head.compare(0, magic.size(), magic) != 0, kPacked, path + " looks like " + what);
     }
-    if (count > entries) {
-        std::printf("the header counts more entries than the image holds\n");
+    require((get_number(head, 12, 1) & 1) == 1, kNoDump, path + ": this image holds no dump");
+    image.size = static_cast<uint64_t>(lseek(image.file, 0, SEEK_END));  // of devices as well
+    image.dump_size = get_number(head, 36, 8);
+    image.region_count = get_number(head, 52, 4);
+    const uint64_t records = std::min<uint64_t>(image.size, head.size()) / kRecord;
+    for (size_t k = 1; k <= image.region_count && k < records; ++k) {
+        image.regions.push_back(read_entry(head, k));
     }
+    if (image.dump_size > image.size) {
+        warnx("doubtful table: the dump size exceeds the image");
+        image.status = kDoubtful;
+    }
+    if (image.region_count > image.regions.size()) {
+        warnx("doubtful table: of its %ju regions, only the first %zu can be read",
+              image.region_count, image.regions.size());
+        image.status = kDoubtful;
+    }
+    return image;
+}
+
+// scripts/bench and scripts/demo read these lines: the header's values, the columns' names, then
+// one line for each entry.
+Status show(const std::string& image_path) {
+    const Image image = open_image(image_path);
+    std::string text =
+            StringPrintf("table set yes   dump size %ju   regions %ju   partition %ju bytes\n",
+                         image.dump_size, image.region_count, image.size);
+    text += StringPrintf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
+    for (size_t i = 0; i < image.regions.size(); ++i) {
+        const auto& [name, offset, size] = image.regions[i];
+        const uint64_t rest = image.size - std::min(offset, image.size);
+        const std::string remarks = remark(offset > image.size || size > rest, "beyond the image") +
+                                    remark(offset >= k2GiB, "offset of 2 GiB or more") +
+                                    remark(size >= k2GiB, "size of 2 GiB or more") +
+                                    name_faults(image.regions, i);
+        text += StringPrintf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(name).c_str(), offset,
+                             size, remarks.c_str());
+    }
+    print(text);
+    return image.status;
+}
+
+// Returns the name of the file for region `index`. One that is not the region's own is longer than
+// the name of any region, so no other has it.
+std::string file_name(const std::vector<RegionEntry>& regions, size_t index) {
+    std::string name = regions[index].name;
+    if (name_faults(regions, index).empty() && escaped(name) == name) {
+        return name;
+    }
+    const auto is_unsafe = [](char byte) { return byte == '/' || escaped({byte}).size() > 1; };
+    std::replace_if(name.begin(), name.end(), is_unsafe, '_');
+    return "region_of_table_entry_" + std::to_string(index + 1) + "_" + name;
+}
+
+// Writes a region to the new file `path`, as far as the image holds it.
+void extract_region(const Image& image, const RegionEntry& region, const std::string& path) {
+    const std::string name = escaped(region.name);
+    const uint64_t start = std::min(region.offset, image.size);
+    uint64_t size = 0;
+    write_new_file(path, [&](int file) {
+        lseek(image.file, static_cast<off_t>(start), SEEK_SET);
+        size = copy(image.file, name, region.size, file, path);
+    });
+    print(StringPrintf("%s: %ju bytes to %s\n", name.c_str(), size, path.c_str()));
+    require(size == region.size, kFailed, name + " is cut: the image ends before it does");
+}
+
+Status extract(const std::string& image_path, const std::string& directory,
+               const std::vector<std::string>& names) {
+    const Image image = open_image(image_path);
+    const bool is_new = mkdir(directory.c_str(), 0777) == 0;
+    check(is_new || (errno == EEXIST && access((directory + "/.").c_str(), F_OK) == 0),
+          "cannot make " + directory);
+    Status status = image.status;
+    std::set<std::string> missing(names.begin(), names.end());
+    for (size_t i = 0; i < image.regions.size(); ++i) {
+        const RegionEntry& region = image.regions[i];
+        missing.erase(escaped(region.name));
+        if (names.empty() || std::count(names.begin(), names.end(), escaped(region.name)) > 0) {
+            try {
+                extract_region(image, region, directory + "/" + file_name(image.regions, i));
+            } catch (Status fault) {
+                status = fault;
+            }
+        }
+    }
+    for (const std::string& name : missing) {
+        warnx("no region is called %s", name.c_str());
+        status = kFailed;
+    }
+    return status;
+}
+
+// Writes an image of `regions` with the data of the FILE of each NAME=FILE.
+void write_image(int image, const std::string& image_path, std::vector<RegionEntry> regions,
+                 const std::vector<std::string>& arguments) {
+    uint64_t end = kTableSpace;
+    for (size_t i = 0; i < regions.size(); ++i) {
+        const std::string path = arguments[i].substr(regions[i].name.size() + 1);
+        lseek(image, static_cast<off_t>(end), SEEK_SET);
+        const uint64_t size = copy(open_for_reading(path), path, UINT64_MAX, image, image_path);
+        regions[i] = {regions[i].name, end, size};
+        end = aligned(end + size);
+    }
+    // The table comes last: only now are all sizes known.
+    lseek(image, 0, SEEK_SET);
+    write(image, image_path, build_table(regions, end));
+    const uint64_t partition_size = std::max(end, kPartitionSize);
+    check(ftruncate(image, static_cast<off_t>(partition_size)) == 0, "cannot write " + image_path);
+}
+
+Status make(const std::string& image_path, const std::vector<std::string>& arguments, bool force) {
+    require(arguments.size() <= kMaxRegions, kWrongArguments, "more than 639 regions");
+    std::vector<RegionEntry> regions;
+    for (const std::string& argument : arguments) {
+        const size_t name_size = argument.find('=');
+        require(name_size <= kMaxNameSize, kWrongArguments,
+                "not NAME=FILE with a NAME of 1 to 20 bytes: " + argument);
+        regions.push_back({argument.substr(0, name_size), 0, 0});
+        const std::string faults = name_faults(regions, regions.size() - 1);
+        require(faults.empty(), kWrongArguments, "cannot make " + argument + faults);
+    }
+    struct stat status {};
+    require(lstat(image_path.c_str(), &status) == -1 || (force && S_ISREG(status.st_mode)), kFailed,
+            image_path + " exists already (--force replaces a file, nothing else)");
+    const std::string part = image_path + "." + std::to_string(getpid()) + ".part";
+    write_new_file(part, [&](int file) {
+        if (regions.empty()) {
+            write(file, part, build_image(sample_regions(), kPartitionSize));
+        } else {
+            write_image(file, part, regions, arguments);
+        }
+        // Without --force, a file that has appeared in the meantime is not replaced either.
+        check(renameat2(AT_FDCWD, part.c_str(), AT_FDCWD, image_path.c_str(),
+                        force ? 0 : RENAME_NOREPLACE) == 0,
+              "cannot write " + image_path);
+    });
+    return kSuccess;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
-    try {
-        if (arguments.size() >= 2 && arguments[0] == "make") {
-            make(arguments[1], {arguments.begin() + 2, arguments.end()});
-        } else if (arguments.size() == 2 && arguments[0] == "show") {
-            show(arguments[1]);
-        } else {
-            std::fputs(kUsage, stderr);
-            return 2;
-        }
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "minidump_image: %s\n", error.what());
-        return 1;
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    const auto option = std::find(arguments.begin(), arguments.end(), "--force");
+    const bool force = option != arguments.end();
+    if (force) {
+        arguments.erase(option);
     }
-    return 0;
+    const size_t count = arguments.size();
+    const std::string command = count == 0 ? "" : arguments[0];
+    try {
+        if (std::count(arguments.begin(), arguments.end(), "--help") > 0) {
+            print(kHelp);
+            return kSuccess;
+        }
+        if (command == "make" && count >= 2) {
+            return make(arguments[1], {arguments.begin() + 2, arguments.end()}, force);
+        }
+        if (command == "show" && count == 2 && !force) {
+            return show(arguments[1]);
+        }
+        if (command == "extract" && count >= 3 && !force) {
+            return extract(arguments[1], arguments[2], {arguments.begin() + 3, arguments.end()});
+        }
+    } catch (Status status) {
+        return status;
+    }
+    std::fputs(kHelp, stderr);
+    return kWrongArguments;
 }
