@@ -68,7 +68,7 @@ echo a >a; m make image; m make --force image a=a b=none; ln -s a link; m make -
 m show image; grep -c plain ../said; m make --force image a=a; m extract image out; cat out/*; ls)",
                      "1 1 1 0 1 0 0 a a image link out "},
                 Case{"MakeNeverReplacesANewcomer", R"(
-mkfifo pipe; { exec 3>pipe; echo kept >new; } & m make new a=pipe; cat new; ls)",
+mkfifo pipe; { exec 3>pipe; echo kept >new; } & m make new a=pipe; : <>pipe; cat new; ls)",
                      "1 kept image new pipe "},
                 Case{"MakeRefusesBadNames", R"(
 for name in b/c '' .. 20_bytes_and_one_more; do m make new "$name=image"; done

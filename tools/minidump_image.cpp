@@ -31,7 +31,8 @@ constexpr uint64_t k2GiB = uint64_t{1} << 31;
 
 constexpr char kHelp[] =
         R"(usage: minidump_image make [--force] IMAGE [NAME=FILE]...
-           writes an image with these regions, or with a built-in sample crash
+           writes an image with these regions, or with a built-in sample crash, to a
+           new file; --force replaces an old one
        minidump_image show IMAGE
            prints the header and the region table
        minidump_image extract IMAGE DIRECTORY [NAME]...
