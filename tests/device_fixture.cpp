@@ -43,7 +43,7 @@ Lines lines_of(const std::string& path) {
 }
 
 void write_file(const std::string& path, const std::string& content) {
-    fs::create_directories(fs::path(path).parent_path());
+    fs::create_directories(fs::absolute(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
 }
 
@@ -73,10 +73,6 @@ void shell(const std::string& command) {
     }
 }
 
-void mount_over(const std::string& directory, const std::string& options) {
-    shell("toybox mount -t tmpfs -o " + options + " test " + directory);
-}
-
 void replace_tool(const std::string& name, const std::string& script) {
     fs::remove(kTools + name);
     write_file(kTools + name, "#!/bin/sh\n" + script + "\n");
@@ -85,7 +81,7 @@ void replace_tool(const std::string& name, const std::string& script) {
 
 std::string unpack(const std::string& archive) {
     const std::string directory = "/data/local/unpacked";
-    shell("toybox rm -rf " + directory + "; toybox mkdir " + directory);
+    shell("toybox rm -rf " + directory + "; mkdir " + directory);
     shell("tar -xzf " + archive + " -C " + directory);
     return directory;
 }
@@ -104,8 +100,7 @@ void DeviceTest::SetUp() {
 }
 
 void DeviceTest::TearDown() {
-    shell("toybox grep ^test /proc/mounts | while read -r name path rest; do toybox umount $path; "
-          "done");
+    shell("grep ^test /proc/mounts | while read -r test path rest; do umount $path; done");
 }
 
 void DeviceTest::crash(const std::string& image) {
@@ -130,12 +125,8 @@ int DeviceTest::run(const std::string& command) {
 }
 
 std::string DeviceTest::tool(const std::string& arguments) {
-    return emulated("/vendor/bin/qv_minidump_extractor " + arguments);
-}
-
-std::string DeviceTest::emulated(const std::string& command) {
-    const char* emulator = getenv("EMULATOR");  // see virtual_device
-    return emulator == nullptr ? command : std::string(emulator) + " " + command;
+    // On a device of another processor the emulator runs it: see host/virtual_device.
+    return "$EMULATOR /vendor/bin/qv_minidump_extractor " + arguments;
 }
 
 Lines DeviceTest::log() {

@@ -39,11 +39,9 @@ void make_entries(const std::string& directory, const Lines& names);
 // Returns every entry below `directory`, sorted; names of directories end in "/".
 Lines entries_in(const std::string& directory);
 
-// Runs a command in the device's shell. Throws std::runtime_error when it fails.
+// Runs a command in the device's shell. Throws std::runtime_error when it fails. A file system that
+// it mounts from "test" is unmounted when the test ends.
 void shell(const std::string& command);
-
-// Puts a new file system over the directory for the rest of the test.
-void mount_over(const std::string& directory, const std::string& options = "size=16m");
 
 // Puts a program called `name`, which runs `script`, before the device's own.
 void replace_tool(const std::string& name, const std::string& script);
@@ -65,9 +63,8 @@ class DeviceTest : public testing::Test {
     int run(const std::string& command);
     int run_tool() { return run(tool()); }
 
-    // Return the shell's words that start the tool, or any program of the device's processor.
+    // Returns the shell's words that start the tool.
     static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
-    static std::string emulated(const std::string& command);
 
     // Returns the records of the system's log buffer since the last call, such as "I message" with
     // the severity's letter. A record of another buffer is there as host/logd.cpp wrote it.

@@ -60,7 +60,7 @@ TEST_F(ExtractionTest, CopiesAsBlockAfterBlockWould) {
     for (int i = 0; i < 120; ++i) {
         const int block_sizes[] = {1, 7, 512, 4096, 5000, 131073, 262143, 262144, 262145, 300000};
         const int block_size = block_sizes[random() % 10];
-        std::string source(random() % 4 * 262144 + random() % 3 * block_size, '\0');
+        std::string source(random() % 4 * 262144 + random() % 3 * (block_size - 1), '\0');
         std::generate(source.begin(), source.end(), [&random] { return char(random()); });
         const int count = int(random() % (1000000 / block_size + 3)) - 1;
         const int skip = i % 20 == 0 ? -1 : int(random() % 2 * random() % (source.size() + 10));

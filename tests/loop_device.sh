@@ -5,15 +5,10 @@
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 work=$(mktemp -d)
-device=
-trap '[ -z "$device" ] || losetup -d "$device"; rm -rf "$work"' EXIT
-
+trap 'rm -rf "$work"' EXIT
 truncate -s 2M "$work/partition"
-if ! device=$(losetup -f --show "$work/partition" 2>&1); then
-    echo "skipped: no loop device for this user on this machine: $device"
-    device=
-    exit 77
-fi
+device=$(losetup -f --show "$work/partition") || exit 77
+trap 'losetup -d "$device"; rm -rf "$work"' EXIT
 mkdir -p "$work/root/dev/block/by-name"
 ln -s "$device" "$work/root/dev/block/by-name/logdump"
 "$here/../host/virtual_device" "$work/root" "$@"

@@ -8,11 +8,7 @@
 
 using namespace testing;
 
-namespace {
-
-using StagingTest = DeviceTest;
-
-}  // namespace
+class StagingTest : public DeviceTest {};
 
 TEST_F(StagingTest, RemovesIntermediateFilesButNoHiddenNames) {
     make_entries(kMinidumpDir, {"header.img", "minidump.bin", "tmp/region", "aop_dump/region",
@@ -49,15 +45,14 @@ TEST_F(StagingTest, StagesNothingWithoutAPanicDirectory) {
 }
 
 TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
-    Lines selection = {"dump_info.txt", "md_TZ_DIAG.BIN"};
-    for (int i = 0; i <= 15; ++i) {
-        selection.push_back("md_MSGRAM" + std::to_string(i) + ".BIN");
-    }
-    for (const char* name : {"CODERAM", "DATARAM", "XBL_LOG", "UEFI_LOG", "encr_key_aes",
-                             "encr_key_iv", "encr_key_mac", "SHRDIMEM", "MEMDUMP"}) {
-        selection.push_back("md_" + std::string(name) + ".BIN");
-    }
-    selection.push_back("load.cmm");
+    const Lines selection = {
+            "dump_info.txt",       "md_TZ_DIAG.BIN",  "md_MSGRAM0.BIN",      "md_MSGRAM1.BIN",
+            "md_MSGRAM2.BIN",      "md_MSGRAM3.BIN",  "md_MSGRAM4.BIN",      "md_MSGRAM5.BIN",
+            "md_MSGRAM6.BIN",      "md_MSGRAM7.BIN",  "md_MSGRAM8.BIN",      "md_MSGRAM9.BIN",
+            "md_MSGRAM10.BIN",     "md_MSGRAM11.BIN", "md_MSGRAM12.BIN",     "md_MSGRAM13.BIN",
+            "md_MSGRAM14.BIN",     "md_MSGRAM15.BIN", "md_CODERAM.BIN",      "md_DATARAM.BIN",
+            "md_XBL_LOG.BIN",      "md_UEFI_LOG.BIN", "md_encr_key_aes.BIN", "md_encr_key_iv.BIN",
+            "md_encr_key_mac.BIN", "md_SHRDIMEM.BIN", "md_MEMDUMP.BIN",      "load.cmm"};
     Lines copied;
     for (const std::string& name : selection) {
         copied.push_back("I Copied file: \"" + name + "\"");
