@@ -147,10 +147,11 @@ bool DeviceTest::partition_is_untouched() {
 bool DeviceTest::partition_is_erased() {
     std::string expected = image_;
     expected.replace(0, extent_, extent_, '\0');
-    if (!fs::is_block_file(kPartition)) {  // a plain file that stands for one is truncated
-        expected.resize(extent_);
+    if (fs::is_block_file(kPartition)) {
+        return read_file(kPartition).substr(0, expected.size()) == expected;
     }
-    return read_file(kPartition).substr(0, expected.size()) == expected;
+    expected.resize(extent_);  // a plain file in the partition's place is truncated
+    return read_file(kPartition) == expected;
 }
 
 bool DeviceTest::dump_is_in(const std::string& archive) {

@@ -18,12 +18,12 @@ using Lines = std::vector<std::string>;
 inline const std::string kPartition = "/dev/block/by-name/logdump";
 inline const std::string kMinidumpDir = "/data/vendor/minidump";
 inline const std::string kTmpDir = kMinidumpDir + "/tmp";
-inline const std::string kPanicLogs = "/mnt/vendor/qv_log/panic_log";
+inline const std::string kLogTree = "/mnt/vendor/qv_log/panic_log";
 
 // What a run leaves at the usual time, 2024-01-07 09:05:03 in the device's time zone.
 inline const std::string kArchive = kMinidumpDir + "/minidump_2024-01-07-09-05-03.tar.gz";
 inline const std::string kPanicDir = kMinidumpDir + "/panic_log_2024-01-07-09-05-03";
-inline const std::string kPanicLog = kPanicLogs + "/QVpanic_0_2024-01-07-09-05-03";
+inline const std::string kNewLog = kLogTree + "/QVpanic_0_2024-01-07-09-05-03";
 
 // Return the content of the file; nothing when it cannot be read.
 std::string read_file(const std::string& path);
@@ -43,7 +43,7 @@ Lines entries_in(const std::string& directory);
 // it mounts from "test" is unmounted when the test ends.
 void shell(const std::string& command);
 
-// Puts a program called `name`, which runs `script`, before the device's own.
+// Puts a program called `name`, which runs `script`, before the device's own in PATH.
 void replace_tool(const std::string& name, const std::string& script);
 
 // Unpacks the tar.gz archive and returns the directory that then holds its members alone.
@@ -66,18 +66,18 @@ class DeviceTest : public testing::Test {
     // Returns the shell's words that start the tool.
     static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
 
-    // Returns the records of the system's log buffer since the last call, such as "I message" with
+    // Takes the records of the system's log buffer since the last call, such as "I message" with
     // the severity's letter. A record of another buffer is there as host/logd.cpp wrote it.
     static Lines log();
 
-    // Returns the calls of property_set since the last call, in order: "set KEY=VALUE" or "refused
+    // Takes the calls of property_set since the last call, in order: "set KEY=VALUE" or "refused
     // KEY=VALUE".
     static Lines journal();
 
     bool partition_is_untouched();
     // Whether zeros cover the dump and its extra block, and nothing behind them changed.
     bool partition_is_erased();
-    // Whether the archive holds what a run takes of the partition, alone.
+    // Whether the archive holds minidump.bin alone, with what a run takes of the partition.
     bool dump_is_in(const std::string& archive = kArchive);
 
     std::string clock_ = "09:05:03";

@@ -37,14 +37,14 @@ TEST_F(ImageTest, OverwritesNothingOnExtracting) {
 }
 
 TEST_F(ImageTest, ReportsARegionThatTheImageCuts) {
-    write_file("image", build_image({{"cut", "12345"}}, 0).substr(0, 40960 + 3));
+    write_file("image", build_image({{"cut", "12345"}}, 0).substr(0, kTableSpace + 3));
     EXPECT_EQ(3, image("show image"));
     EXPECT_THAT(read_file(out_), HasSubstr("(beyond the image)"));
     EXPECT_EQ(1, image("extract image out"));
     EXPECT_EQ("123", read_file("out/cut"));
 }
 
-TEST_F(ImageTest, MakesANewImageOnly) {
+TEST_F(ImageTest, OverwritesAnImageOnlyWithForceAndContent) {
     write_file("image", "kept");
     write_file("content", "1");
     EXPECT_EQ(1, image("make image a=content"));

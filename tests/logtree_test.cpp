@@ -12,8 +12,9 @@ using namespace testing;
 
 namespace {
 
-const std::string kDir = kPanicLogs + "/";
+const std::string kDir = kLogTree + "/";
 const std::string kCopyRecord = "I [Panic]copy_panic_log: ";
+const std::string kCopyPanicLog = "cp /data/vendor/minidump/panic_log/* ";
 const std::string kLastDump = "/dev/__properties__/vendor.qv_dump.last_dump";
 
 class LogtreeTest : public DeviceTest {
@@ -55,7 +56,7 @@ TEST_F(LogtreeTest, MakesDirectoriesForOwnerAndGroup) {
                                    "I Cannot create: /data/file/b errgeneric:20"));
 }
 
-TEST_F(LogtreeTest, DatesAPanicLogFromTheClockWithoutAPanicDirectory) {
+TEST_F(LogtreeTest, DatesAPanicLogFromTheClockWhenTheLastDumpHasNoDate) {
     for (const std::string property : {"panic", "panic_"}) {
         write_file(kLastDump, property);
         EXPECT_EQ(0, create_type_new_qv_log_dir(4));
@@ -64,7 +65,7 @@ TEST_F(LogtreeTest, DatesAPanicLogFromTheClockWithoutAPanicDirectory) {
     }
 }
 
-TEST_F(LogtreeTest, EndsAtANumberThatCannotBeRead) {
+TEST_F(LogtreeTest, ReadsNumbersOf63BitsAndThrowsOtherwise) {
     EXPECT_EQ(INT64_MAX, get_boot_count_by_file_name("_9223372036854775807_"));
     EXPECT_THROW(get_boot_count_by_file_name("QVpanic_9223372036854775808_t"), std::out_of_range);
     EXPECT_THROW(get_boot_count_by_file_name("QVpanic__t"), std::invalid_argument);
@@ -88,7 +89,7 @@ TEST_F(LogtreeTest, StaysAtTheLargestNumber) {
     EXPECT_EQ(INT64_MAX, get_new_qv_log_count(kDir, "QVpanic_"));
 }
 
-TEST_F(LogtreeTest, RemovesOldLogsAndTrashAndPacksTheOthersUnlessNamedTar) {
+TEST_F(LogtreeTest, RemovesOldLogsAndTrashAndPacksNamesWithoutTar) {
     make_entries(kDir, {"QVpanic_2_t.tar.gz", "QVpanic_3_t/file", "QVpanic_x_t/", "QVpanic_9_a_b",
                         "qvpanic_9_t/file", "trash", ".hidden/file", "QVpanic_004_t.tar.gz",
                         "QVpanic_5_target/", "QVpanic_6_ta/file", "QVpanic_7_ar/"});
@@ -100,7 +101,7 @@ TEST_F(LogtreeTest, RemovesOldLogsAndTrashAndPacksTheOthersUnlessNamedTar) {
                 ElementsAre("QVpanic_6_ta/", "QVpanic_6_ta/file"));
 }
 
-TEST_F(LogtreeTest, StopsAtALogOrTrashThatCannotBeRemoved) {
+TEST_F(LogtreeTest, ReportsALogOrTrashThatCannotBeRemoved) {
     make_entries(kDir, {"QVpanic_1_t/"});
     shell("mount -t tmpfs test " + kDir + "QVpanic_1_t");
     EXPECT_EQ(-1, QVRemoveFile(kDir + "QVpanic_1_t"));
@@ -122,19 +123,15 @@ TEST_F(LogtreeTest, LosesADirectoryWhosePackingFails) {
 }
 
 TEST_F(LogtreeTest, KnowsFiveTypes) {
-    Lines types;
-    for (core_log_type i = 0; i < kLogTypeCount; ++i) {
-        const LogTypeEntry& type = log_type_table[i];
-        types.push_back(log_type_name[i] + " " + log_type_label[i] + " " + type.prefix + " " +
-                        type.log_dir + " " + std::to_string(type.max_log_count) +
-                        (type.flag ? " flag" : ""));
-    }
-    EXPECT_THAT(types,
-                ElementsAre("boot [Boot] QVboot_ /mnt/vendor/qv_log/boot_log/ 10",
-                            "crash [Crash] QVcrash_ /mnt/vendor/qv_log/crash_log/ 5 flag",
-                            "rescue [Rescue] QVrescue_ /mnt/vendor/qv_log/rescue_log/ 5 flag",
-                            "ota [Ota] QVota_ /mnt/vendor/qv_log/ota_log/ 5",
-                            "panic [Panic] QVpanic_ /mnt/vendor/qv_log/panic_log/ 5 flag"));
+    const std::string root = "/mnt/vendor/qv_log/";
+    EXPECT_THAT(log_type_name, ElementsAre("boot", "crash", "rescue", "ota", "panic"));
+    EXPECT_THAT(log_type_label, ElementsAre("[Boot]", "[Crash]", "[Rescue]", "[Ota]", "[Panic]"));
+    EXPECT_THAT(log_type_table,
+                ElementsAre(FieldsAre(false, 10, 0, "QVboot_", root + "boot_log/", "", ""),
+                            FieldsAre(true, 5, 0, "QVcrash_", root + "crash_log/", "", ""),
+                            FieldsAre(true, 5, 0, "QVrescue_", root + "rescue_log/", "", ""),
+                            FieldsAre(false, 5, 0, "QVota_", root + "ota_log/", "", ""),
+                            FieldsAre(true, 5, 0, "QVpanic_", root + "panic_log/", "", "")));
 }
 
 TEST_F(LogtreeTest, KeepsTenBootLogsAsArchives) {
@@ -147,7 +144,7 @@ TEST_F(LogtreeTest, KeepsTenBootLogsAsArchives) {
                 AllOf(SizeIs(10), Each(EndsWith(".tar.gz")), Contains(StartsWith("QVboot_2_"))));
 }
 
-TEST_F(LogtreeTest, CutsALongerCopyCommand) {
+TEST_F(LogtreeTest, CutsACopyCommandAt511Characters) {
     write_file(kLastDump, "panic_x");
     log_type_table[4].new_log_path = std::string(600, '/');
     copy_panic_log(4);
@@ -156,10 +153,10 @@ TEST_F(LogtreeTest, CutsALongerCopyCommand) {
                                   SizeIs(kCopyRecord.size() + 511))));
 }
 
-TEST_F(LogtreeTest, CopiesRecursivelyInALongerDefaultCommand) {
-    log_type_table[4].new_log_path = std::string(512 - 37, '/');  // after 37 characters
+TEST_F(LogtreeTest, WarnsOfADefaultCopyCommandOf512Characters) {
+    log_type_table[4].new_log_path = std::string(512 - kCopyPanicLog.size(), '/');
     copy_panic_log(4);
-    EXPECT_THAT(log(), ElementsAre(AllOf(StartsWith("W cp /data/vendor/minidump/panic_log/* //"),
+    EXPECT_THAT(log(), ElementsAre(AllOf(StartsWith("W " + kCopyPanicLog),
                                          EndsWith("// exceed 512 length, using default path")),
                                    AllOf(StartsWith(kCopyRecord +
                                                     "cp -r /data/vendor/minidump/panic_log/* //"),

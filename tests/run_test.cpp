@@ -9,7 +9,7 @@ using namespace testing;
 
 class RunTest : public DeviceTest {};
 
-TEST_F(RunTest, EndsLinesOfTheRegionListWithCrLf) {
+TEST_F(RunTest, AppendsLinesThatEndInCrLfOrTellsWhyNot) {
     EXPECT_TRUE(writeStringToFile("", "/data/file"));
     EXPECT_EQ("\r\n", read_file("/data/file"));
     internal::CaptureStderr();
@@ -23,11 +23,12 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
                                      {"md_A_NAME_OF_20_CHAR", ""},
                                      {"MD_RESTARTINFO.BIN", "panic"}},
                                     1 << 20);
-    put_number(image, 64 + 4, 8, 0x200000008000);  // the high half folds: 0xa000
-    put_number(image, 64 + 12, 8, 0x200000004);    // and here 6
+    put_number(image, kRecord + 4, 8, 0x200000008000);  // the high half folds: 0xa000
+    put_number(image, kRecord + 12, 8, 0x200000004);    // and here 6
     crash(image);
     EXPECT_EQ(0, run_tool());
     Lines records = log();
+    ASSERT_THAT(records, Not(IsEmpty()));
     EXPECT_THAT(records.back(), MatchesRegex("I Time taken: [0-9]+ ms"));
     records.pop_back();
     EXPECT_THAT(records, ElementsAreArray(lines_of(TESTS_DIRECTORY "/whole_run.txt")));
@@ -42,8 +43,8 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
                             "set vendor.minidump.cp.status=1"));
     EXPECT_TRUE(partition_is_erased());
     EXPECT_TRUE(dump_is_in(kArchive));
-    EXPECT_EQ("console\n", read_file(kPanicLog + "/last_kmsg.txt"));
-    const std::string selection = unpack(kPanicLog + "/aop_dump.tar.gz") + "/aop_dump";
+    EXPECT_EQ("console\n", read_file(kNewLog + "/last_kmsg.txt"));
+    const std::string selection = unpack(kNewLog + "/aop_dump.tar.gz") + "/aop_dump";
     EXPECT_THAT(entries_in(selection), ElementsAre("dump_info.txt", "load.cmm"));
     EXPECT_EQ("load.cmm\r\nmd_KCONSOLE.BIN\r\nmd_A_NAME_OF_20_CHAR\r\nMD_RESTARTINFO.BIN\r\n",
               read_file(selection + "/dump_info.txt"));
@@ -63,14 +64,14 @@ TEST_F(RunTest, KeepsEveryLimitOverSevenCrashes) {
                                     "minidump_2024-01-07-09-05-07.tar.gz"));
     EXPECT_FALSE(fs::exists(kMinidumpDir + "/panic_log_2024-01-07-09-05-05"));
     EXPECT_TRUE(fs::exists(kMinidumpDir + "/panic_log_2024-01-07-09-05-06"));
-    EXPECT_THAT(entries_in(kPanicLogs), ElementsAre("QVpanic_2_2024-01-07-09-05-03.tar.gz",
-                                                    "QVpanic_3_2024-01-07-09-05-04.tar.gz",
-                                                    "QVpanic_4_2024-01-07-09-05-05.tar.gz",
-                                                    "QVpanic_5_2024-01-07-09-05-06.tar.gz",
-                                                    "QVpanic_6_2024-01-07-09-05-07.tar.gz",
-                                                    "QVpanic_6_2024-01-07-09-05-07/",
-                                                    "QVpanic_6_2024-01-07-09-05-07/aop_dump.tar.gz",
-                                                    "QVpanic_6_2024-01-07-09-05-07/last_kmsg.txt"));
+    EXPECT_THAT(entries_in(kLogTree), ElementsAre("QVpanic_2_2024-01-07-09-05-03.tar.gz",
+                                                  "QVpanic_3_2024-01-07-09-05-04.tar.gz",
+                                                  "QVpanic_4_2024-01-07-09-05-05.tar.gz",
+                                                  "QVpanic_5_2024-01-07-09-05-06.tar.gz",
+                                                  "QVpanic_6_2024-01-07-09-05-07.tar.gz",
+                                                  "QVpanic_6_2024-01-07-09-05-07/",
+                                                  "QVpanic_6_2024-01-07-09-05-07/aop_dump.tar.gz",
+                                                  "QVpanic_6_2024-01-07-09-05-07/last_kmsg.txt"));
 }
 
 TEST_F(RunTest, NeedsAnArgument) {
@@ -83,7 +84,7 @@ TEST_F(RunTest, NeedsAnArgument) {
 
 TEST_F(RunTest, EndsWithoutADump) {
     std::string image = build_image(sample_regions(), 1 << 20);
-    image.replace(11, 5, "\xff\xfe\xff\xff\xff");  // all but the bit that says that there is one
+    put_number(image, 12, 4, 0xfffffffe);  // all flags but the one that says that there is one
     crash(image);
     EXPECT_EQ(11, run_tool());
     EXPECT_THAT(log(), ElementsAre("I qv_minidump_extractor start!!",
@@ -109,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, HeaderTest,
                                 Header{"CountPastTheTable", 4096, 700, 700}),
                          [](const auto& test) { return test.param.name; });
 
-TEST_P(HeaderTest, IsTakenAsItStands) {
+TEST_P(HeaderTest, GivesDumpSizeAndCountAsTheyStand) {
     std::string image = build_image({{"a", "1"}, {"b", "2"}}, 1 << 20);
     put_number(image, 0, 8, 0);  // any magic text is accepted
     put_number(image, 36, 8, GetParam().dump_size);
@@ -122,7 +123,7 @@ TEST_P(HeaderTest, IsTakenAsItStands) {
     EXPECT_THAT(lines_of(selection + "/dump_info.txt"), SizeIs(GetParam().listed));
 }
 
-TEST_F(RunTest, WorksInAnyDirectoryWithRegionsInTheFixedOne) {
+TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     make_entries("/data/other", {"minidump_1", "minidump_2"});
     crash();
     EXPECT_EQ(0, run("cd /data/other; " + tool("logdump")));
@@ -160,7 +161,7 @@ INSTANTIATE_TEST_SUITE_P(
                      AllOf(Contains(StartsWith("I Filesystem error: ")),
                            Contains("I aop_dump save failed"))},
                Fault{"NoLogTree", "mount -t tmpfs -o ro test /mnt/vendor",
-                     Contains(kPrepare + "qv_create_dir_str fail create: " + kPanicLogs + "/")},
+                     Contains(kPrepare + "qv_create_dir_str fail create: " + kLogTree + "/")},
                Fault{"NoRoomInTheLogTree", "mount -t tmpfs -o nr_inodes=3 test /mnt/vendor",
                      IsSupersetOf({kPrepare + "create_new_qv_log_dir failed!",
                                    std::string("E [Panic]copy_to_qv_log: prepare_type_log_dir "
@@ -180,30 +181,30 @@ TEST_P(RunWithFault, GoesOnToTheEnd) {
     const Lines properties = journal();
     EXPECT_EQ(GetParam().packed,
               Matches(Contains(StartsWith("set vendor.minidump.last_file=")))(properties));
-    EXPECT_EQ("set vendor.minidump.cp.status=1", properties.back());
+    EXPECT_THAT(properties, Contains("set vendor.minidump.cp.status=1"));
     EXPECT_TRUE(partition_is_erased());
 }
 
-TEST_F(RunTest, EachStepFindsWhatTheOnesBeforeLeft) {
+TEST_F(RunTest, PrunesThenCleansUpThenErasesThenFilesTheLog) {
     crash();
     make_entries(kMinidumpDir, {"panic_log_1/", "panic_log_2/"});
     for (const std::string name : {"tar", "strings", "chmod", "rm", "cp"}) {
-        replace_tool(name, "echo " + name + " $(head -c 8 " + kPartition + ") $(ls " +
+        replace_tool(name, "echo " + name + " [$(head -c 8 " + kPartition + ")] $(ls " +
                                    kMinidumpDir + " | grep -c panic_log) >>/data/seen");
     }
     EXPECT_EQ(0, run_tool());
     EXPECT_THAT(lines_of("/data/seen"),  // the partition's first bytes, the panic directories
-                ElementsAre("tar MINIDUMP 2", "strings MINIDUMP 3", "tar MINIDUMP 3",
-                            "chmod MINIDUMP 3", "rm MINIDUMP 2", "rm MINIDUMP 2", "rm MINIDUMP 2",
-                            "rm MINIDUMP 2", "cp 2", "tar 2"));
+                ElementsAre("tar [MINIDUMP] 2", "strings [MINIDUMP] 3", "tar [MINIDUMP] 3",
+                            "chmod [MINIDUMP] 3", "rm [MINIDUMP] 2", "rm [MINIDUMP] 2",
+                            "rm [MINIDUMP] 2", "rm [MINIDUMP] 2", "cp [] 2", "tar [] 2"));
 }
 
 TEST_F(RunTest, EndsAtALogWithoutANumberAfterTheErase) {
-    make_entries(kPanicLogs, {"QVpanic__t/"});
+    make_entries(kLogTree, {"QVpanic__t/"});
     crash();
     EXPECT_EQ(134, run_tool());
     EXPECT_THAT(read_file(err_), HasSubstr("std::invalid_argument"));
-    EXPECT_THAT(journal().back(), StartsWith("set vendor.minidump.files="));
+    EXPECT_THAT(journal(), Not(Contains("set vendor.minidump.cp.status=1")));
     EXPECT_TRUE(partition_is_erased());
 }
 
@@ -226,14 +227,15 @@ TEST_F(RunTest, WaitsForASlowGzip) {
     EXPECT_EQ(0, run_tool());
     EXPECT_TRUE(dump_is_in(kArchive));
     EXPECT_THAT(entries_in(unpack(kPanicDir + "/aop_dump.tar.gz")), Contains("aop_dump/load.cmm"));
-    EXPECT_EQ(read_file(kPanicDir + "/aop_dump.tar.gz"), read_file(kPanicLog + "/aop_dump.tar.gz"));
-    EXPECT_THAT(entries_in(unpack(kPanicLog + ".tar.gz")), SizeIs(3));
+    EXPECT_EQ(read_file(kPanicDir + "/aop_dump.tar.gz"), read_file(kNewLog + "/aop_dump.tar.gz"));
+    EXPECT_THAT(entries_in(unpack(kNewLog + ".tar.gz")), SizeIs(3));
 }
 
 TEST_F(RunTest, RunsAsInitStartsIt) {
     if (chown("/data", 0, 1000) != 0) {
         GTEST_SKIP() << "an ordinary user's virtual device has no group system";
     }
+    // PATH names /vendor/bin, so the tools have to be there as well.
     shell("cp /vendor/bin/qv_minidump_extractor /data; mount -t tmpfs test /vendor/bin");
     shell("cp -a /data/qv_minidump_extractor /system/bin/* /vendor/bin");
     crash();
@@ -246,9 +248,9 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
                      "; /usr/bin/setpriv --clear-groups --bounding-set=-all,+chown,+fowner" +
                      " --reuid " + in_script("user") + " --regid " + in_script("group") + " " +
                      "$EMULATOR " + in_script("service qv_minidump_extractor") + " >/dev/null"));
-    EXPECT_THAT(log(), Each(Not(HasSubstr("fail"))));
-    EXPECT_EQ("set vendor.minidump.cp.status=1", journal().back());
-    EXPECT_EQ(fs::perms(0770), fs::status(kPanicLog + ".tar.gz").permissions());
+    EXPECT_THAT(log(), Each(Not(ContainsRegex("[Ff]ail"))));
+    EXPECT_THAT(journal(), Contains("set vendor.minidump.cp.status=1"));
+    EXPECT_EQ(fs::perms(0770), fs::status(kNewLog + ".tar.gz").permissions());
     EXPECT_TRUE(dump_is_in(kArchive));
     EXPECT_TRUE(partition_is_erased());
 }

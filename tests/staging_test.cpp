@@ -33,6 +33,9 @@ TEST_F(StagingTest, EmptiesAPanicDirectoryThatIsThere) {
     EXPECT_EQ(0, create_panic_folder());
     EXPECT_THAT(entries_in(panic_log_dir), IsEmpty());
     EXPECT_THAT(log(), ElementsAre("I Folder already exists: /data/vendor/minidump/panic_log"));
+}
+
+TEST_F(StagingTest, EndsByAnErrorAtADirectoryInThePanicDirectory) {
     make_entries(panic_log_dir, {"directory/file"});
     EXPECT_THROW(create_panic_folder(), fs::filesystem_error);
 }
@@ -80,7 +83,8 @@ TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
     auto time = fs::file_time_type::clock::now();
     for (const std::string& name : oldest_first) {
         make_entries("/data/" + name, {"file"});
-        fs::last_write_time("/data/" + name, time += std::chrono::milliseconds(1));
+        time += std::chrono::milliseconds(1);
+        fs::last_write_time("/data/" + name, time);
     }
     write_file("/data/panic_log_file", "");
     internal::CaptureStdout();

@@ -1,10 +1,10 @@
 #!/bin/bash
 # Tests what keeps host/virtual_device and scripts/demo away from other files of the workstation.
-# Nothing is installed or built: the demo is a copy that waits in the place of scripts/setup.
+# Nothing is installed or built: of the demo a copy runs, which waits where it calls scripts/setup.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)
-trap 'kill $!; rm -rf "$work"' EXIT
+trap 'kill ${!-} 2>/dev/null || true; rm -rf "$work"' EXIT
 
 # expect WHAT RESULT COMMAND...: ends the test if the command's "STATUS: OUTPUT" is not RESULT.
 expect() {
@@ -23,10 +23,10 @@ done
 
 expect "no program" "125: virtual_device: no such program: none" host/virtual_device "$work/a" none
 
-coproc first { exec host/virtual_device "$work/root" sh -c 'echo started; read line'; }
-read -r _ <&"${first[0]}"
+coproc device { exec host/virtual_device "$work/root" sh -c 'echo started; read line'; }
+read -r _ <&"${device[0]}"
 rm -rf "$work/root"
-expect "second device" "125: virtual_device: another virtual device runs on $work/root" \
+expect "device while one runs" "125: virtual_device: another virtual device runs on $work/root" \
     host/virtual_device "$work/root" toybox true
 kill $!
 wait $! || true
@@ -34,11 +34,11 @@ wait $! || true
 mkdir -p "$work"/{scripts,build/demo/mine,full/mine}
 cp scripts/demo "$work/scripts"
 ln -s /bin/cat "$work/scripts/setup"
-coproc second { exec "$work/scripts/demo"; }
-read -r _ <&"${second[0]}"
+coproc demo { exec "$work/scripts/demo"; }
+read -r _ <&"${demo[0]}"
 cd "$work"
-expect "second demo" "2: demo: another demo or virtual device runs on $PWD/build/demo" scripts/demo
+expect "demo while one runs" "2: demo: another demo or virtual device runs on $PWD/build/demo" scripts/demo
 expect "--output" "2: demo: the directory is not empty: $PWD/full" scripts/demo --output full
 expect "files of both" "0: " test -d build/demo/mine -a -d full/mine
 rm -r build/demo
-expect "third demo" "2: demo: another demo or virtual device runs on $PWD/build/demo" scripts/demo
+expect "demo after its directory was removed" "2: demo: another demo or virtual device runs on $PWD/build/demo" scripts/demo
