@@ -28,17 +28,17 @@ extern std::string current_timestamp;
 // A fixed name of the device; no step of a run reads it.
 extern const std::string vantix_dir;
 
-// Local time, one-second resolution; sorts by age as text and holds no "_".
+// Local time, one-second resolution. Later times sort later as text, and none holds a "_".
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
 // The stem of panic directory names. Also the default of kLastDumpProperty where it is read.
 inline constexpr char kPanicLogStem[] = "panic_log";
 
-// The property that names this run's panic directory, without its parent. Other services read it;
-// the log tree dates its new directory from it.
+// The property that names this run's panic directory, without its parent. The log tree reads it: it
+// copies from that directory and dates its new one from it.
 inline constexpr char kLastDumpProperty[] = "vendor.qv_dump.last_dump";
 
-// Names inside the working directory and the minidump directory.
+// Names of files and directories, and the start of archive names.
 inline constexpr char kHeaderImage[] = "header.img";
 inline constexpr char kDumpImage[] = "minidump.bin";
 inline constexpr char kTmpDirectory[] = "tmp";

@@ -16,8 +16,8 @@ namespace {
 
 constexpr size_t kMaxArchives = 2;
 
-// Returns the names of the dump archives in `directory` in ascending order, which is by age: the
-// timestamp in a name says how old a dump is. The file's own time does not.
+// Returns the names of the dump archives in `directory` in ascending order. The age of an archive
+// is the timestamp in its name; file times are not looked at, on purpose.
 std::vector<std::string> archive_names_in(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {

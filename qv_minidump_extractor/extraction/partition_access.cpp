@@ -16,8 +16,8 @@
 
 namespace {
 
-// A dump is hundreds of megabytes in 4096-byte blocks. This many bytes at a time make system calls
-// rare and still fit into the processor's cache.
+// Bytes that are read and written at a time: few system calls for a dump of 4096-byte blocks, and
+// little memory. The benchmark compares it with dd.
 constexpr size_t kBatchSize = size_t{256} * 1024;
 
 using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
@@ -67,8 +67,8 @@ bool write_fully(int file, const char* buffer, size_t size) {
 void copy_blocks(int input, int output, size_t block_size, int32_t count) {
     const auto batch_blocks = static_cast<int32_t>(std::max<size_t>(kBatchSize / block_size, 1));
     // Zeros, so that an unreadable partition cannot pass for a dump by what happens to lie in
-    // memory. Those of calloc take no memory until they are written over, so a damaged block size
-    // does no harm.
+    // memory. Those of calloc take no memory until they are written over: a damaged block size, far
+    // larger than the source, costs none.
     const Buffer batch(static_cast<char*>(std::calloc(batch_blocks, block_size)), &std::free);
     if (!batch) {
         throw std::bad_alloc();

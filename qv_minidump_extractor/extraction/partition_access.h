@@ -36,6 +36,7 @@ uint32_t unsigned_hex2dec(const std::string& text);
 // the source gives: after a short read the rest of the block is as in the block before (zeros in
 // the first), and that block is repeated to the end. A source that cannot be opened, or a negative
 // `skip`, gives zeros. After a failed read nothing more is read, after a failed write nothing more
-// is written. Throws std::bad_alloc on a negative block size, with both files opened.
+// is written. Throws std::bad_alloc, with both files opened, on a negative block size or when there
+// is no memory for a block.
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip);

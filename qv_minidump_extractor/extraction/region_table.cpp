@@ -39,8 +39,8 @@ void validate(const std::string& header_path) {
     }
     LOG(INFO) << "minidump region header is not set.";
     std::remove(header_path.c_str());
-    // A path below a plain file, so this always fails. Keep it so: the regions' directory must
-    // survive an invalid header.
+    // A path below a plain file, so this always fails, on purpose. Do not aim it at the regions'
+    // directory.
     std::remove((header_path + "/" + kTmpDirectory).c_str());
     std::exit(kExitTableNotSet);
 }
@@ -57,9 +57,9 @@ std::string read_region_name(const std::string& header_path, int32_t section_num
 
 void get_md_by_section_num(int32_t section_num, const std::string& directory, const std::string&) {
     const std::string header_path = directory + "/" + kHeaderImage;
-    // A name without a file: no readable form of the header is kept.
-    [[maybe_unused]] const std::string ascii_header_path = directory + "/tmp/ascii_header";
     const std::string tmp_path = directory + "/" + kTmpDirectory;
+    // A name without a file: no readable form of the header is kept.
+    [[maybe_unused]] const std::string ascii_header_path = tmp_path + "/ascii_header";
     // dump_dd counts in signed 32-bit numbers: 2 GiB or more arrives there as a negative one.
     const auto skip = static_cast<int32_t>(read_number(header_path, section_num, kRegionOffset));
     const auto block_size =

@@ -35,8 +35,8 @@ extern std::array<LogTypeEntry, kLogTypeCount> log_type_table;
 // otherwise.
 bool reject_bad_log_type(core_log_type type, const char* operation);
 
-// Sets the mode of `path` to 0770, if it exists. Throws std::filesystem::filesystem_error when the
-// mode cannot be set.
+// Sets the mode of `path` to 0770, if its status can be read and says that it exists. Throws
+// std::filesystem::filesystem_error when the mode cannot be set.
 void chang_to_qv_log_mod(const std::string& path);
 
 // Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
@@ -48,7 +48,7 @@ int qv_create_dir_str(const std::string& path);
 std::string getCurrentTimeFormatted();
 
 // Names and makes the next log directory of `type` and records its paths in log_type_table, also
-// when it then cannot be made. A panic log carries the time in the name of this run's panic
-// directory, any other the current time. Returns 0; 1 when it could not be made; kBadLogType.
-// Throws what qv_create_dir_str throws.
+// when it then cannot be made. A panic log carries what follows the last "_" in the name of this
+// run's panic directory; any other, and one without such a name, the current time. Returns 0; 1
+// when it could not be made; kBadLogType. Throws what qv_create_dir_str throws.
 int create_type_new_qv_log_dir(core_log_type type);

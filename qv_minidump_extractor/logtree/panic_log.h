@@ -8,5 +8,7 @@
 void copy_to_qv_log();
 
 // Copies the files at the top of this run's panic directory to the directory of the log of `type`
-// that was opened last; an ERROR line when there is none. A failed copy is not reported.
+// that was opened last; an ERROR line when there is none. A failed copy is not reported. A command
+// of 512 characters or more is cut and runs all the same; from the default directory it then copies
+// recursively.
 void copy_panic_log(core_log_type type);

@@ -38,7 +38,7 @@ int64_t get_boot_count_by_file_name(const std::string& name) {
     const std::vector<std::string> pieces = pieces_of(name);
     if (pieces.size() == 3 && std::all_of(pieces[1].begin(), pieces[1].end(),
                                           [](char c) { return c >= '0' && c <= '9'; })) {
-        // An empty piece or a number too large ends the run here; nobody has named such a log.
+        // An empty piece or a number too large ends the run here. The tool makes no such name.
         return std::stoll(pieces[1]);
     }
     LOG(ERROR) << "error file name " << name << " ret.size() " << pieces.size();
