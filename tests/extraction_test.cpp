@@ -101,11 +101,6 @@ TEST_F(ExtractionTest, CopyReadsNothingMoreAfterAShortRead) {
     EXPECT_TRUE(copied_by_blocks(std::string(5000, 's'), 4096, 100, 0) == copy);
 }
 
-TEST_F(ExtractionTest, CopyOfANegativeBlockSizeFailsAfterMakingTheCopy) {
-    EXPECT_THROW(dump_dd("/data/missing", kCopy, -1, 1, 0), std::bad_alloc);
-    EXPECT_TRUE(fs::exists(kCopy));
-}
-
 TEST_F(ExtractionTest, TriesToPublishTheFirstHundredBytesOfARestartReason) {
     write_file(kTmpDir + "/MD_RESTARTINFO.BIN", std::string(101, 'r'));
     get_restart_info();

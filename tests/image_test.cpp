@@ -4,53 +4,49 @@ using namespace testing;
 
 class ImageTest : public DeviceTest {
   protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        fs::current_path("/data");
-        fs::create_directory("out");
-    }
-    // Runs minidump_image and returns its exit status.
+    // Runs minidump_image in /data and returns its exit status.
     int image(const std::string& arguments) {
-        return run("$EMULATOR /vendor/bin/minidump_image " + arguments);
+        return run("cd /data; $EMULATOR /vendor/bin/minidump_image " + arguments);
     }
 };
 
 TEST_F(ImageTest, ExtractsUnsafeAndDoubledNamesUnderSafeOnes) {
-    write_file("image", build_image({{"../up", "1"}, {"a", "2"}, {"a", "3"}, {"\x1b[2J", "4"}}, 0));
+    write_file("/data/image",
+               build_image({{"../up", "1"}, {"a", "2"}, {"a", "3"}, {"\x1b[2J", "4"}}, 0));
     EXPECT_EQ(0, image("extract image out"));
     EXPECT_THAT(read_file(out_), HasSubstr("../up: 1 bytes to out/region_of_table_entry_1_.._up"));
     EXPECT_THAT(read_file(out_),
                 HasSubstr("\\x1b[2J: 1 bytes to out/region_of_table_entry_4__[2J"));
-    EXPECT_EQ("2", read_file("out/region_of_table_entry_2_a"));
-    EXPECT_EQ("3", read_file("out/region_of_table_entry_3_a"));
-    EXPECT_FALSE(fs::exists("up"));
+    EXPECT_EQ("2", read_file("/data/out/region_of_table_entry_2_a"));
+    EXPECT_EQ("3", read_file("/data/out/region_of_table_entry_3_a"));
+    EXPECT_FALSE(fs::exists("/data/up"));
 }
 
 TEST_F(ImageTest, OverwritesNothingOnExtracting) {
-    write_file("image", build_image({{"file", "1"}, {"link", "2"}, {"new", "3"}}, 0));
-    write_file("out/file", "kept");
-    fs::create_symlink("../target", "out/link");
+    write_file("/data/image", build_image({{"file", "1"}, {"link", "2"}, {"new", "3"}}, 0));
+    write_file("/data/out/file", "kept");
+    fs::create_symlink("../target", "/data/out/link");
     EXPECT_EQ(1, image("extract image out"));
-    EXPECT_EQ("kept", read_file("out/file"));
-    EXPECT_FALSE(fs::exists("target"));
-    EXPECT_EQ("3", read_file("out/new"));
+    EXPECT_EQ("kept", read_file("/data/out/file"));
+    EXPECT_FALSE(fs::exists("/data/target"));
+    EXPECT_EQ("3", read_file("/data/out/new"));
 }
 
 TEST_F(ImageTest, ReportsARegionThatTheImageCuts) {
-    write_file("image", build_image({{"cut", "12345"}}, 0).substr(0, kTableSpace + 3));
+    write_file("/data/image", build_image({{"cut", "12345"}}, 0).substr(0, kTableSpace + 3));
     EXPECT_EQ(3, image("show image"));
     EXPECT_THAT(read_file(out_), HasSubstr("(beyond the image)"));
     EXPECT_EQ(1, image("extract image out"));
-    EXPECT_EQ("123", read_file("out/cut"));
+    EXPECT_EQ("123", read_file("/data/out/cut"));
 }
 
 TEST_F(ImageTest, OverwritesAnImageOnlyWithForceAndContent) {
-    write_file("image", "kept");
-    write_file("content", "1");
+    write_file("/data/image", "kept");
+    write_file("/data/content", "1");
     EXPECT_EQ(1, image("make image a=content"));
     EXPECT_EQ(1, image("make --force image a=missing"));
-    EXPECT_EQ("kept", read_file("image"));
+    EXPECT_EQ("kept", read_file("/data/image"));
     EXPECT_EQ(0, image("make --force image a=content"));
     EXPECT_EQ(0, image("extract image out"));
-    EXPECT_EQ("1", read_file("out/a"));
+    EXPECT_EQ("1", read_file("/data/out/a"));
 }
