@@ -1,6 +1,6 @@
 #!/bin/sh
-# What no run can leave out, as a shell script for the virtual device: the same external commands, and
-# plain dd and cp for the copies. The benchmark compares the tool with it.
+# The work of a run as a shell script, for the virtual device: the same external commands, and plain
+# dd and cp for the copies. The benchmark compares the tool with it.
 set -e
 place=/data/vendor/minidump
 partition=/dev/block/by-name/logdump

@@ -1,8 +1,8 @@
 #!/bin/sh
 # shellcheck disable=SC2086  # $tool and $program hold a command and its arguments
-# The benchmark's runs, inside the virtual device: measure.sh BENCH BUILD BYTES RUNS, with the folders
-# of this script and of the programs, and the size of the dump. What is compared runs in turn: each
-# round leaves a CSV file of hyperfine in /data/bench.
+# The benchmark's runs, inside the virtual device: measure.sh BENCH BUILD BYTES RUNS, with the
+# directories of this script and of the programs, and the size of the dump. What is compared runs in
+# turn: each round leaves a CSV file of hyperfine in /data/bench.
 set -e
 bench=$1
 build=$2
@@ -31,18 +31,16 @@ for run in $(toybox seq "$runs"); do
     round "none.$run" -i "$tool" "$dd if=$partition of=/data/copy bs=4096 count=10" \
         /usr/bin/true 2>/dev/null
 done
+fresh="sh -c 'cp /data/image $partition; rm -rf $place/minidump_* $place/panic_log_* /mnt/vendor/qv_log'"
 for run in $(toybox seq "$runs"); do
-    for program in tool floor; do  # in turn, each on a fresh dump
-        cp /data/image $partition
-        rm -rf $place/minidump_* $place/panic_log_* /mnt/vendor/qv_log
-        case $program in
-            tool) round "run.tool.$run" "$tool" ;;
-            floor) round "run.floor.$run" "/system/bin/sh $bench/floor.sh $bytes" ;;
-        esac
-    done
+    round "run.$run" --prepare "$fresh" "$tool" "sh $bench/floor.sh $bytes"
 done
 cp /data/image $partition
 /usr/bin/time -f %M -o /data/bench/memory $tool >/dev/null
+# A small partition whose first region claims 2^31 - 1 bytes.
+"$build/minidump_image" make --force $partition
+toybox printf '\377\377\377\177' | $dd of=$partition bs=1 seek=76 conv=notrunc 2>/dev/null
+/usr/bin/time -f %M -o /data/bench/memory.damaged $tool >/dev/null
 for program in "$build/dump_dd /data/image /data/copy $blocks" \
     "$dd if=/data/image of=/data/copy bs=4096 count=$blocks"; do
     /usr/bin/strace -c -e trace=read,readv,write,writev -U calls -o /data/bench/calls $program 2>/dev/null
