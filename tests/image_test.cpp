@@ -32,14 +32,6 @@ TEST_F(ImageTest, OverwritesNothingOnExtracting) {
     EXPECT_EQ("3", read_file("/data/out/new"));
 }
 
-TEST_F(ImageTest, ReportsARegionThatTheImageCuts) {
-    write_file("/data/image", build_image({{"cut", "12345"}}, 0).substr(0, kTableSpace + 3));
-    EXPECT_EQ(3, image("show image"));
-    EXPECT_THAT(read_file(out_), HasSubstr("(beyond the image)"));
-    EXPECT_EQ(1, image("extract image out"));
-    EXPECT_EQ("123", read_file("/data/out/cut"));
-}
-
 TEST_F(ImageTest, OverwritesAnImageOnlyWithForceAndContent) {
     write_file("/data/image", "kept");
     write_file("/data/content", "1");

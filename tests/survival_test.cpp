@@ -54,10 +54,6 @@ TEST_P(KilledRun, LosesNoDump) {
     const bool freed = !partition_is_untouched();
     EXPECT_EQ(freed ? 11 : 0, run_tool());  // nothing left to do, or the whole job
     EXPECT_TRUE(dump_is_in(kArchive));
-    crash();
-    clock_ = "09:05:04";
-    EXPECT_EQ(0, run_tool());  // and the next crash as usual
-    EXPECT_TRUE(dump_is_in(kMinidumpDir + "/minidump_2024-01-07-09-05-04.tar.gz"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RunOnDamage, Range(0, 200));
@@ -81,9 +77,9 @@ TEST_F(SurvivalTest, TheArchiveIsOnStorageBeforeTheErase) {
 }
 
 TEST_F(SurvivalTest, NothingIsWrittenAfterAFailedWrite) {
-    crash(build_image({{"large", std::string(1 << 20, 'l')}}, 0));
-    EXPECT_EQ(0, run_traced("-P " + kPartition +
-                            " -e trace=write -e signal=none -e inject=write:error=EIO:when=2"));
-    EXPECT_THAT(lines_of(kTrace),
-                ElementsAre(StartsWith("write("), HasSubstr("EIO"), "+++ exited with 0 +++"));
+    shell("mount -t tmpfs -o size=300k test /dev/block/by-name");  // of a dump of 1 MiB
+    crash(build_image({{"large", std::string(1 << 20, 'l')}}, 0).substr(0, kTableSpace));
+    EXPECT_EQ(0, run_traced("-P " + kPartition + " -e trace=write -e signal=none"));
+    EXPECT_THAT(lines_of(kTrace), ElementsAre(EndsWith("= 262144"), EndsWith("= 45056"),
+                                              HasSubstr("ENOSPC"), "+++ exited with 0 +++"));
 }
