@@ -1,6 +1,7 @@
 #include "device_fixture.h"
 
 #include <android-base/logging.h>
+#include <android-base/strings.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,11 +34,8 @@ std::string read_file(const std::string& path) {
 }
 
 Lines lines_of(const std::string& path) {
-    std::ifstream file(path);
-    Lines lines;
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(line);
-    }
+    Lines lines = android::base::Split(read_file(path), "\n");
+    lines.pop_back();  // behind the last line's end
     return lines;
 }
 
@@ -87,6 +85,7 @@ std::string unpack(const std::string& archive) {
 
 void DeviceTest::SetUp() {
     ASSERT_TRUE(fs::exists("/system/bin/toybox")) << "this is no virtual device";
+    ASSERT_TRUE(freopen("/dev/zero", "r", stdin));  // nothing may read it
     setenv("PATH", "/data/local/bin:/system/bin", 1);
     shell("toybox rm -rf /data/* /mnt/vendor/* /dev/log/* /dev/__properties__/*");
     make_entries("/data", {"local/bin/", "vendor/minidump/aop_dump/", "vendor/minidump/tmp/"});

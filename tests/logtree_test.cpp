@@ -139,7 +139,6 @@ TEST_F(LogtreeTest, KeepsTenBootLogsAsArchives) {
         EXPECT_EQ(0, prepare_type_log_and_dir(0));
         clean_type_log_and_dir(0);
     }
-    EXPECT_THAT(log(), Contains("E [Boot]prepare_type_log_and_dir: new_log_count: 11"));
     EXPECT_THAT(entries_in("/mnt/vendor/qv_log/boot_log"),
                 AllOf(SizeIs(10), Each(EndsWith(".tar.gz")), Contains(StartsWith("QVboot_2_"))));
 }

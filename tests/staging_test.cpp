@@ -16,7 +16,6 @@ TEST_F(StagingTest, RemovesIntermediateFilesButNoHiddenNames) {
     work_place_cleanup();
     EXPECT_THAT(entries_in(kMinidumpDir),
                 ElementsAre("aop_dump/", "aop_dump/.hidden", "minidump_1"));
-    EXPECT_THAT(log(), IsEmpty());
 }
 
 TEST_F(StagingTest, LogsEachCleanUpThatFailed) {
@@ -77,8 +76,8 @@ TEST_F(StagingTest, CopiesNoDirectory) {
 }
 
 TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
-    const Lines oldest_first = {"old_panic_log", "panic_lo",    "last_kms",
-                                "panic_log_9",   "last_kmsg_1", "panic_log"};
+    const Lines oldest_first = {"old_panic_log", "panic_lo",   "last_kms",
+                                "panic_log_9",   "last_kmsg2", "panic_log"};
     auto time = fs::file_time_type::clock::now();
     for (const std::string& name : oldest_first) {
         make_entries("/data/" + name, {"file"});
@@ -90,7 +89,7 @@ TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
     LimitFolderNum("/data", 1);
     EXPECT_EQ(
             "Deleted directory: \"/data/panic_log_9\"\n"
-            "Deleted directory: \"/data/last_kmsg_1\"\n",
+            "Deleted directory: \"/data/last_kmsg2\"\n",
             internal::GetCapturedStdout());
     EXPECT_THAT(entries_in("/data"), IsSupersetOf({"old_panic_log/", "panic_lo/", "last_kms/",
                                                    "panic_log/", "panic_log_file"}));
