@@ -87,6 +87,7 @@ void DeviceTest::SetUp() {
     ASSERT_TRUE(fs::exists("/system/bin/toybox")) << "this is no virtual device";
     ASSERT_TRUE(freopen("/dev/zero", "r", stdin));  // nothing may read it
     setenv("PATH", "/data/local/bin:/system/bin", 1);
+    setenv("TZ", "XXX-3", 1);  // not UTC
     shell("toybox rm -rf /data/* /mnt/vendor/* /dev/log/* /dev/__properties__/*");
     make_entries("/data", {"local/bin/", "vendor/minidump/aop_dump/", "vendor/minidump/tmp/"});
     if (chown("/data", 0, 1000) != 0) {  // an ordinary user's device has one group only
@@ -116,7 +117,7 @@ int DeviceTest::run(const std::string& command) {
     // caller may have silenced the log; the tool must not heed it.
     const std::string environment =
             "export LD_PRELOAD='/usr/$LIB/faketime/libfaketime.so.1' FAKETIME='2024-01-07 " +
-            clock_ + "' NO_FAKE_STAT=1 FAKETIME_DONT_FAKE_MONOTONIC=1 TZ=XXX-3 " +
+            clock_ + "' NO_FAKE_STAT=1 FAKETIME_DONT_FAKE_MONOTONIC=1 " +
             "ASAN_OPTIONS=verify_asan_link_order=0 ANDROID_LOG_TAGS=*:s; ";
     const int status = system(("set -m; (" + environment + command + ") >" + out_ + " 2>" + err_ +
                                " & wait $!; status=$?;" +

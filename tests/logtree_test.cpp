@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "device_fixture.h"
+#include "driver/timestamp.h"
 #include "logtree/log_types.h"
 #include "logtree/panic_log.h"
 #include "logtree/retention.h"
@@ -52,16 +53,23 @@ TEST_F(LogtreeTest, MakesDirectoriesForOwnerAndGroup) {
     write_file("/data/file", "");
     EXPECT_EQ(0, qv_create_dir_str("/data/file"));  // something is there: that is all it asks
     EXPECT_EQ(1, qv_create_dir_str("/data/file/b"));
+    fs::create_symlink("loop", "/data/loop");
+    EXPECT_EQ(1, qv_create_dir_str("/data/loop"));
     EXPECT_THAT(log(), ElementsAre("I is create: /data/a/", "I is create: /data/file",
-                                   "I Cannot create: /data/file/b errgeneric:20"));
+                                   "I Cannot create: /data/file/b errgeneric:20",
+                                   "I Cannot create: /data/loop errgeneric:40"));
+    EXPECT_THROW(chang_to_qv_log_mod("/usr/lib"), fs::filesystem_error);  // is read-only
 }
 
 TEST_F(LogtreeTest, DatesAPanicLogFromTheClockWhenTheLastDumpHasNoDate) {
     for (const std::string property : {"panic", "panic_"}) {
         write_file(kLastDump, property);
+        internal::CaptureStdout();
+        const std::string before = kDir + "QVpanic_0_" + GetCurrentTimestamp() + "/";
         EXPECT_EQ(0, create_type_new_qv_log_dir(4));
-        EXPECT_THAT(log_type_table[4].new_log_path,
-                    MatchesRegex(kDir + "QVpanic_0_[0-9]{4}(-[0-9]{2}){5}/"));
+        const std::string after = kDir + "QVpanic_0_" + GetCurrentTimestamp() + "/";
+        EXPECT_THAT(log_type_table[4].new_log_path, AllOf(Ge(before), Le(after)));
+        EXPECT_EQ("", internal::GetCapturedStdout());
     }
 }
 
@@ -135,12 +143,14 @@ TEST_F(LogtreeTest, KnowsFiveTypes) {
 }
 
 TEST_F(LogtreeTest, KeepsTenBootLogsAsArchives) {
+    write_file(kLastDump, "panic_log_x");  // dates panic logs only
     for (int i = 0; i < 12; ++i) {
         EXPECT_EQ(0, prepare_type_log_and_dir(0));
         clean_type_log_and_dir(0);
     }
     EXPECT_THAT(entries_in("/mnt/vendor/qv_log/boot_log"),
-                AllOf(SizeIs(10), Each(EndsWith(".tar.gz")), Contains(StartsWith("QVboot_2_"))));
+                AllOf(SizeIs(10), Each(AllOf(EndsWith(".tar.gz"), Not(HasSubstr("_x")))),
+                      Contains(StartsWith("QVboot_2_"))));
 }
 
 TEST_F(LogtreeTest, CutsACopyCommandAt511Characters) {

@@ -125,7 +125,6 @@ TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     crash();
     write_file(kMinidumpDir + "/header.img", read_file(kPartition).substr(0, kTableSpace));
     EXPECT_EQ(0, run("cd /data/other; " + tool("logdump")));
-    EXPECT_TRUE(dump_is_in("/data/other/minidump_2024-01-07-09-05-03.tar.gz"));
     EXPECT_THAT(entries_in("/data/other"),
                 ElementsAre("header.img", "minidump.bin", "minidump_2",
                             "minidump_2024-01-07-09-05-03.tar.gz", "tmp/"));
@@ -253,5 +252,4 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
     EXPECT_THAT(journal(), Contains("set vendor.minidump.cp.status=1"));
     EXPECT_EQ(fs::perms(0770), fs::status(kNewLog + ".tar.gz").permissions());
     EXPECT_TRUE(dump_is_in(kArchive));
-    EXPECT_TRUE(partition_is_erased());
 }

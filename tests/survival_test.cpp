@@ -63,7 +63,6 @@ TEST_P(RunOnDamage, ErasesThePartitionOrLeavesItUntouched) {
     const int status = run_tool();
     EXPECT_THAT(status, AnyOf(0, 11, 134));
     EXPECT_TRUE(status == 0 ? partition_is_erased() : partition_is_untouched());
-    EXPECT_TRUE(status != 0 || fs::exists(kArchive));
 }
 
 TEST_F(SurvivalTest, TheArchiveIsOnStorageBeforeTheErase) {
