@@ -66,11 +66,11 @@ class DeviceTest : public testing::Test {
     // Returns the shell's words that start the tool.
     static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
 
-    // Takes the records of the system's log buffer since the last call, such as "I message" with
+    // Returns the records of the system's log buffer since the test began, such as "I message" with
     // the severity's letter. A record of another buffer is there as host/logd.cpp wrote it.
     static Lines log();
 
-    // Takes the calls of property_set since the last call, in order: "set KEY=VALUE" or "refused
+    // Returns the calls of property_set since the test began, in order: "set KEY=VALUE" or "refused
     // KEY=VALUE".
     static Lines journal();
 

@@ -65,6 +65,7 @@ TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
     fs::create_symlink("/data/load.cmm", kTmpDir + "/load.cmm");
     write_file(kMinidumpDir + "/aop_dump/load.cmm", "an older and longer file");
     EXPECT_EQ(0, copy_upload_files());
+    EXPECT_EQ(fs::perms(0770), fs::status(panic_log_dir).permissions());
     EXPECT_THAT(entries_in(kMinidumpDir + "/aop_dump"), UnorderedElementsAreArray(selection));
     EXPECT_EQ("load.cmm", read_file(kMinidumpDir + "/aop_dump/load.cmm"));
     const Lines records = log();  // two before the copies, and two behind
@@ -85,9 +86,11 @@ TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
         fs::last_write_time("/data/" + name, time);
     }
     write_file("/data/panic_log_file", "");
+    fs::create_symlink("old_panic_log", "/data/panic_log_link");
     internal::CaptureStdout();
     LimitFolderNum("/data", 1);
     EXPECT_EQ(
+            "Deleted directory: \"/data/panic_log_link\"\n"
             "Deleted directory: \"/data/panic_log_9\"\n"
             "Deleted directory: \"/data/last_kmsg2\"\n",
             internal::GetCapturedStdout());
