@@ -51,7 +51,6 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
             read_file(selection + "/dump_info.txt"));
     EXPECT_EQ("load.1", read_file(selection + "/load.cmm"));
     EXPECT_EQ(std::string(3, '\0'), read_file(selection + "/md_XBL_LOG.BIN"));
-    // What goes to standard output directly keeps its place among what the shell commands print.
     EXPECT_THAT(read_file(out_),
                 HasSubstr("\nExtracted date and time: 2024-01-07-09-05-03\nQVpanic_0_2024"));
 }
@@ -64,8 +63,8 @@ TEST_F(RunTest, KeepsEveryLimitOverSevenCrashes) {
     }
     EXPECT_THAT(journal(), Contains("set vendor.minidump.files=minidump_2024-01-07-09-05-06.tar.gz,"
                                     "minidump_2024-01-07-09-05-07.tar.gz"));
-    EXPECT_FALSE(fs::exists(kMinidumpDir + "/panic_log_2024-01-07-09-05-05"));
-    EXPECT_TRUE(fs::exists(kMinidumpDir + "/panic_log_2024-01-07-09-05-06"));
+    // What goes to standard output directly keeps its place among what the shell commands print.
+    EXPECT_THAT(read_file(out_), HasSubstr("/panic_log_2024-01-07-09-05-05\"\nQVpanic_5_2024"));
     EXPECT_THAT(entries_in(kLogTree), ElementsAre("QVpanic_2_2024-01-07-09-05-03.tar.gz",
                                                   "QVpanic_3_2024-01-07-09-05-04.tar.gz",
                                                   "QVpanic_4_2024-01-07-09-05-05.tar.gz",
@@ -169,9 +168,8 @@ INSTANTIATE_TEST_SUITE_P(
                      AllOf(Contains(StartsWith("I Filesystem error: ")),
                            Contains("I aop_dump save failed"))},
                Fault{"NoLogTree", "mount -t tmpfs -o ro test /mnt/vendor",
-                     IsSupersetOf<std::string>({kPrepare + "qv_create_dir_str fail create: " +
-                                                        kLogTree + "/",
-                                                kNotPrepared})},
+                     AllOf(Contains(kPrepare + "qv_create_dir_str fail create: " + kLogTree + "/"),
+                           Contains(kNotPrepared), Not(Contains(HasSubstr("not exist!"))))},
                Fault{"NoRoomInTheLogTree", "mount -t tmpfs -o nr_inodes=3 test /mnt/vendor",
                      IsSupersetOf<std::string>({kPrepare + "create_new_qv_log_dir failed!",
                                                 kNotPrepared})},
@@ -220,15 +218,15 @@ TEST_F(RunTest, EndsAtALogWithoutANumberAfterTheErase) {
 
 TEST_F(RunTest, TheTimeTakenLeavesOutTheLogTree) {
     crash();
-    replace_tool("strings", "sleep 0.3");
+    replace_tool("tar", "sleep 0.3");  // twice before the log tree, and once there
     replace_tool("cp", "sleep 1");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(0, run_tool());
     const std::chrono::duration<double, std::milli> run = std::chrono::steady_clock::now() - start;
     int taken = 0;
     ASSERT_EQ(1, sscanf(log().back().c_str(), "I Time taken: %d ms", &taken));
-    EXPECT_GE(taken, 300);
-    EXPECT_LE(taken, run.count() - 1000);
+    EXPECT_GE(taken, 600);
+    EXPECT_LE(taken, run.count() - 1300);
 }
 
 TEST_F(RunTest, WaitsForASlowGzip) {

@@ -20,8 +20,11 @@ namespace {
 // little memory. The benchmark compares it with dd.
 constexpr size_t kBatchSize = size_t{256} * 1024;
 
+// Bytes. Reads into and writes from a buffer at the start of a page were a tenth faster.
+constexpr size_t kPageSize = 4096;
+
 using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
-using Buffer = std::unique_ptr<char, decltype(&std::free)>;
+using Buffer = std::unique_ptr<void, decltype(&std::free)>;
 
 // Returns `length` bytes at `position` of the open `file`; bytes that cannot be read are zero.
 std::string read_bytes(std::ifstream& file, std::streampos position, int64_t length) {
@@ -66,20 +69,24 @@ bool write_fully(int file, const char* buffer, size_t size) {
 // fails.
 void copy_blocks(int input, int output, size_t block_size, int32_t count) {
     const auto batch_blocks = static_cast<int32_t>(std::max<size_t>(kBatchSize / block_size, 1));
+    const size_t batch_size = batch_blocks * block_size;
     // Zeros, so that an unreadable partition cannot pass for a dump by what happens to lie in
     // memory. Those of calloc take no memory until they are written over: a damaged block size, far
     // larger than the source, costs none.
-    const Buffer batch(static_cast<char*>(std::calloc(batch_blocks, block_size)), &std::free);
-    if (!batch) {
+    size_t space = batch_size + kPageSize;
+    const Buffer memory(std::calloc(1, space), &std::free);
+    if (!memory) {
         throw std::bad_alloc();
     }
-    const char* const last_of_batch = batch.get() + (batch_blocks - 1) * block_size;
+    void* start = memory.get();
+    char* const batch = static_cast<char*>(std::align(kPageSize, batch_size, start, space));
+    const char* const last_of_batch = batch + batch_size - block_size;
     int32_t left = count;
     while (left > 0) {
         const size_t wanted = std::min(left, batch_blocks) * block_size;
-        const size_t got = read_fully(input, batch.get(), wanted);
+        const size_t got = read_fully(input, batch, wanted);
         const size_t whole = got / block_size;
-        if (!write_fully(output, batch.get(), whole * block_size)) {
+        if (!write_fully(output, batch, whole * block_size)) {
             return;
         }
         left -= static_cast<int32_t>(whole);
@@ -87,7 +94,7 @@ void copy_blocks(int input, int output, size_t block_size, int32_t count) {
             // The rest of this block stays as in the block before: the one in front of it or, for
             // the first of a batch, the last of the batch before, which is still in its place. A
             // batch of one block has just been read over the block before.
-            char* const block = batch.get() + whole * block_size;
+            char* const block = batch + whole * block_size;
             const char* const before = whole > 0 ? block - block_size : last_of_batch;
             const size_t fresh = got % block_size;
             if (before != block) {
