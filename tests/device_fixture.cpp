@@ -75,7 +75,7 @@ std::string unpack(const std::string& archive) {
 
 void DeviceTest::SetUp() {
     ASSERT_TRUE(fs::exists("/system/bin/toybox")) << "this is no virtual device";
-    ASSERT_TRUE(freopen("/dev/zero", "r", stdin));  // nothing may read it
+    ASSERT_TRUE(freopen("/dev/urandom", "r", stdin));  // nothing may read it
     setenv("PATH", "/data/local/bin:/system/bin", 1);
     setenv("TZ", "XXX-3", 1);  // not UTC
     shell("toybox rm -rf /data/* /mnt/vendor/* /dev/log/* /dev/__properties__/*");

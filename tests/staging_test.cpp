@@ -59,15 +59,16 @@ TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
     for (const std::string& name : selection) {
         copied.push_back("I Copied file: \"" + name + "\"");
     }
-    make_entries(kTmpDir, selection);
-    make_entries(kTmpDir, {"md_MSGRAM16.BIN", "md_MSGRAM1.BIN.old", "xload.cmm", "load.cm"});
-    fs::rename(kTmpDir + "/load.cmm", "/data/load.cmm");
-    fs::create_symlink("/data/load.cmm", kTmpDir + "/load.cmm");
-    write_file(kMinidumpDir + "/aop_dump/load.cmm", "an older and longer file");
+    work_dir = "/data/other";
+    make_entries(work_dir + "/tmp", selection);
+    make_entries(work_dir + "/tmp", {"md_MSGRAM16.BIN", "load.cmm.old", "xload.cmm", "load.cm"});
+    fs::rename(work_dir + "/tmp/load.cmm", "/data/load.cmm");
+    fs::create_symlink("/data/load.cmm", work_dir + "/tmp/load.cmm");
+    write_file(work_dir + "/aop_dump/load.cmm", "an older and longer file");
     EXPECT_EQ(0, copy_upload_files());
     EXPECT_EQ(fs::perms(0770), fs::status(panic_log_dir).permissions());
-    EXPECT_THAT(entries_in(kMinidumpDir + "/aop_dump"), UnorderedElementsAreArray(selection));
-    EXPECT_EQ("load.cmm", read_file(kMinidumpDir + "/aop_dump/load.cmm"));
+    EXPECT_THAT(entries_in(work_dir + "/aop_dump"), UnorderedElementsAreArray(selection));
+    EXPECT_EQ("load.cmm", read_file(work_dir + "/aop_dump/load.cmm"));
     const Lines records = log();  // two before the copies, and two behind
     EXPECT_EQ(copied, Lines(records.begin() + 2, records.end() - 2));
 }
