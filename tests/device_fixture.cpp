@@ -91,7 +91,7 @@ void DeviceTest::SetUp() {
 }
 
 void DeviceTest::TearDown() {
-    shell("grep ^test /proc/mounts | while read -r test path rest; do umount $path; done");
+    shell("grep ^test /proc/mounts | cut -d ' ' -f 2 | sort -r | toybox xargs -r umount");
 }
 
 void DeviceTest::crash(const std::string& image) {

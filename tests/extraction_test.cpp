@@ -133,8 +133,8 @@ TEST_F(ExtractionTest, PublishesThatNoArchiveIsKeptAlsoAfterFailedCommands) {
 
 TEST_F(ExtractionTest, EndsByAnErrorWhenArchivesCannotBeListedOrDeleted) {
     EXPECT_THROW(check_minidump_num("/data/missing"), fs::filesystem_error);
-    shell("mkdir /data/ro; mount -t tmpfs test /data/ro");
-    make_entries("/data/ro", {"minidump_1", "minidump_2", "minidump_3"});
-    shell("mount -o remount,ro /data/ro");
-    EXPECT_THROW(check_minidump_num("/data/ro"), fs::filesystem_error);
+    shell("mkdir /data/busy; mount -t tmpfs test /data/busy");
+    make_entries("/data/busy", {"minidump_1", "minidump_2", "minidump_3"});
+    shell("cd /data/busy; mount -o bind minidump_1 minidump_1");
+    EXPECT_THROW(check_minidump_num("/data/busy"), fs::filesystem_error);
 }
