@@ -28,7 +28,8 @@ extern std::string current_timestamp;
 // A fixed name of the device; no step of a run reads it.
 extern const std::string vantix_dir;
 
-// Local time, one-second resolution. Later times sort later as text, and none holds a "_".
+// Local time, one-second resolution. Later times sort later as text unless the local clock goes
+// back in between. None holds a "_".
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
 // The stem of panic directory names. Also the default of kLastDumpProperty where it is read.
