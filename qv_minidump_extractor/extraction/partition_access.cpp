@@ -1,13 +1,10 @@
 #include "extraction/partition_access.h"
 
 #include <android-base/logging.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <memory>
@@ -16,15 +13,9 @@
 
 namespace {
 
-// Bytes that are read and written at a time: few system calls for a dump of 4096-byte blocks, and
-// little memory. The benchmark compares it with dd.
-constexpr size_t kBatchSize = size_t{256} * 1024;
-
-// Bytes. Reads into and writes from a buffer at the start of a page were a tenth faster.
-constexpr size_t kPageSize = 4096;
-
-using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
-using Buffer = std::unique_ptr<void, decltype(&std::free)>;
+// Bytes. The default buffers of a stream are smaller and cost a system call for each block; the
+// benchmark compares the copy with dd.
+constexpr size_t kStreamBufferSize = size_t{64} * 1024;
 
 // Returns `length` bytes at `position` of the open `file`; bytes that cannot be read are zero.
 std::string read_bytes(std::ifstream& file, std::streampos position, int64_t length) {
@@ -32,80 +23,6 @@ std::string read_bytes(std::ifstream& file, std::streampos position, int64_t len
     file.seekg(static_cast<std::streamoff>(position), std::ios::beg);
     file.read(bytes.data(), length);
     return bytes;
-}
-
-// Returns the descriptor of `file`; -1, which fails every read and write, when it did not open.
-int descriptor_of(const File& file) { return file ? fileno(file.get()) : -1; }
-
-// Reads up to `size` bytes and returns how many came before the file ended or a read failed. The
-// rest of `buffer` keeps its content.
-size_t read_fully(int file, char* buffer, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t got = TEMP_FAILURE_RETRY(read(file, buffer + done, size - done));
-        if (got <= 0) {
-            break;
-        }
-        done += static_cast<size_t>(got);
-    }
-    return done;
-}
-
-// Writes `size` bytes. Returns whether all of them could be written.
-bool write_fully(int file, const char* buffer, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t put = TEMP_FAILURE_RETRY(write(file, buffer + done, size - done));
-        if (put <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(put);
-    }
-    return true;
-}
-
-// Copies `count` blocks of `block_size` bytes (1 or more): whole blocks as they come, in batches;
-// after the first short read, the block that came short, again and again. Ends early when a write
-// fails.
-void copy_blocks(int input, int output, size_t block_size, int32_t count) {
-    const auto batch_blocks = static_cast<int32_t>(std::max<size_t>(kBatchSize / block_size, 1));
-    const size_t batch_size = batch_blocks * block_size;
-    // Zeros, so that an unreadable partition cannot pass for a dump by what happens to lie in
-    // memory. Those of calloc take no memory until they are written over: a damaged block size, far
-    // larger than the source, costs none.
-    size_t space = batch_size + kPageSize;
-    const Buffer memory(std::calloc(1, space), &std::free);
-    if (!memory) {
-        throw std::bad_alloc();
-    }
-    void* start = memory.get();
-    char* const batch = static_cast<char*>(std::align(kPageSize, batch_size, start, space));
-    const char* const last_of_batch = batch + batch_size - block_size;
-    int32_t left = count;
-    while (left > 0) {
-        const size_t wanted = std::min(left, batch_blocks) * block_size;
-        const size_t got = read_fully(input, batch, wanted);
-        const size_t whole = got / block_size;
-        if (!write_fully(output, batch, whole * block_size)) {
-            return;
-        }
-        left -= static_cast<int32_t>(whole);
-        if (got < wanted) {
-            // The rest of this block stays as in the block before: the one in front of it or, for
-            // the first of a batch, the last of the batch before, which is still in its place. A
-            // batch of one block has just been read over the block before.
-            char* const block = batch + whole * block_size;
-            const char* const before = whole > 0 ? block - block_size : last_of_batch;
-            const size_t fresh = got % block_size;
-            if (before != block) {
-                std::memcpy(block + fresh, before + fresh, block_size - fresh);
-            }
-            while (left > 0 && write_fully(output, block, block_size)) {
-                --left;
-            }
-            return;
-        }
-    }
 }
 
 }  // namespace
@@ -135,7 +52,7 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
 std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length) {
     std::ifstream file(path, std::ios::binary);
     if (file.fail()) {
-        // ERROR here but INFO in read_raw, on purpose. Keep both.
+        // ERROR here but INFO in read_raw, on purpose.
         LOG(ERROR) << "Failed to open file: " << path;
         return "";
     }
@@ -145,14 +62,15 @@ std::string byte_read_ascii_str(const std::string& path, std::streampos position
 uint32_t unsigned_hex2dec(const std::string& text) {
     uint32_t result = 0;
     unsigned int shift = 0;
-    // One stream for all pairs: a pair that cannot be read stays in it and blocks the later ones.
+    // One stream for all pairs, on purpose: a pair that cannot be read stays in it, so that it and
+    // all later ones count as 0.
     std::stringstream pairs;
     for (size_t i = 0; i < text.size(); i += 2) {
         pairs << text.substr(i, 2);
         uint32_t value = 0;
         pairs >> std::hex >> value;
         pairs.clear();
-        // The fifth byte folds onto the first, and so on: 32 bits are all that a run works with.
+        // The shift wraps, on purpose: the fifth byte is ORed onto the first, and so on.
         result |= value << (shift % 32);
         shift += 8;
     }
@@ -161,16 +79,35 @@ uint32_t unsigned_hex2dec(const std::string& text) {
 
 void dump_dd(const std::string& source, const std::string& destination, int32_t block_size,
              int32_t count, int32_t skip) {
+    char input_buffer[kStreamBufferSize];
+    char output_buffer[kStreamBufferSize];
+    using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
     File input(std::fopen(source.c_str(), "rb"), &std::fclose);
     File output(std::fopen(destination.c_str(), "wb"), &std::fclose);
     if (block_size < 0) {
         throw std::bad_alloc();
     }
-    // A source that cannot be positioned, as with a negative skip, counts as unreadable.
-    const bool in_place = lseek(descriptor_of(input), skip, SEEK_SET) >= 0;
-    if (block_size > 0 && count > 0) {
-        copy_blocks(in_place ? descriptor_of(input) : -1, descriptor_of(output),
-                    static_cast<size_t>(block_size), count);
+    const auto size = static_cast<size_t>(block_size);
+    // Zeroed, so that stale heap never passes for dump data. calloc: pages that are not read into
+    // cost nothing, so a damaged size far beyond the source does no harm.
+    const std::unique_ptr<void, decltype(&std::free)> block(std::calloc(1, size), &std::free);
+    if (!block) {
+        throw std::bad_alloc();
+    }
+    bool readable = false;
+    if (input) {
+        std::setvbuf(input.get(), input_buffer, _IOFBF, sizeof(input_buffer));
+        readable = std::fseek(input.get(), skip, SEEK_SET) == 0;
+    }
+    bool writable = false;
+    if (output) {
+        std::setvbuf(output.get(), output_buffer, _IOFBF, sizeof(output_buffer));
+        writable = true;
+    }
+    for (int32_t i = 0; i < count && writable; ++i) {
+        // Each block is read over the one before and written whole, however much was read.
+        readable = readable && std::fread(block.get(), 1, size, input.get()) == size;
+        writable = std::fwrite(block.get(), 1, size, output.get()) == size;
     }
     input.reset();
     output.reset();
