@@ -239,6 +239,31 @@ TEST_F(RunTest, WaitsForASlowGzip) {
     EXPECT_THAT(entries_in(unpack(kNewLog + ".tar.gz")), SizeIs(3));
 }
 
+TEST_F(RunTest, ReportsAGzipThatFailsAfterTarHasEnded) {
+    crash();
+    replace_tool("gzip", "cat >/dev/null; sleep 0.2; exit 1");
+    EXPECT_EQ(0, run_tool());
+    EXPECT_THAT(log(), Contains("I Compression failed."));
+    EXPECT_THAT(journal(), Not(Contains(StartsWith("set vendor.minidump.last_file"))));
+}
+
+TEST_F(RunTest, NeitherWaitsForChildrenOfItsCallerNorInheritsItsSignals) {
+    crash();
+    EXPECT_EQ(0, run("trap '' CHLD; (sleep 20; touch /data/waited) & exec " + tool()));
+    EXPECT_FALSE(fs::exists("/data/waited"));
+    EXPECT_THAT(log(), Contains("I Compression completed successfully."));
+}
+
+TEST_F(RunTest, DiesOfCtrlCBeforeTheErase) {
+    crash();
+    replace_tool("tar", "kill -INT 0");  // all of the run's process group, as a terminal does
+    EXPECT_EQ(128 + SIGINT, run_tool());
+    EXPECT_TRUE(partition_is_untouched());
+    fs::remove("/data/local/bin/tar");
+    EXPECT_EQ(0, run_tool());
+    EXPECT_TRUE(dump_is_in(kArchive));
+}
+
 TEST_F(RunTest, RunsAsInitStartsIt) {
     if (chown("/data", 0, 1000) != 0) {
         GTEST_SKIP() << "an ordinary user's virtual device has no group system";
