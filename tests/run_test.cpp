@@ -264,6 +264,15 @@ TEST_F(RunTest, DiesOfCtrlCBeforeTheErase) {
     EXPECT_TRUE(dump_is_in(kArchive));
 }
 
+TEST_F(RunTest, WaitsForAnotherRun) {
+    crash();
+    replace_tool("tar", "sleep 0.5; exec toybox tar \"$@\"");
+    const std::string run_and_note = "(" + tool() + "; echo $? >>/data/statuses)";
+    run(run_and_note + " & " + run_and_note + "; wait");
+    EXPECT_THAT(lines_of("/data/statuses"), ElementsAre("0", "11"));
+    EXPECT_TRUE(dump_is_in(kArchive));
+}
+
 TEST_F(RunTest, RunsAsInitStartsIt) {
     if (chown("/data", 0, 1000) != 0) {
         GTEST_SKIP() << "an ordinary user's virtual device has no group system";

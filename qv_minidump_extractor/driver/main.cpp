@@ -1,11 +1,12 @@
-// One run: from the crash partition to files that engineers can collect, and a free partition.
+// One run: turns the crash partition into files that engineers can collect, and frees it.
 //
-// Log lines, properties and their order are contracts with the rest of the device. Errors of the
-// steps here are logged at INFO too, and almost none of them stops the run.
+// Log lines, properties and their order are contracts with the rest of the device. Errors are
+// logged at INFO here, on purpose, and almost none of them stops the run.
 
 #include <android-base/logging.h>
 #include <cutils/properties.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,7 +37,14 @@ constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
 constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
 constexpr uint64_t kMaxPanicDirectories = 2;
 
-void name_this_run() {
+// Waits for other runs on the partition and keeps later ones waiting: two at once would erase the
+// dump under each other. Never unlocked: the kernel does that when this process has ended, and the
+// keeper of its last command (driver/shell.cpp).
+void lock_partition() {
+    flock(open(logdump_partition_path.c_str(), O_RDONLY | O_CLOEXEC), LOCK_EX);
+}
+
+void name_and_publish_run() {
     current_timestamp = GetCurrentTimestamp();
     LOG(INFO) << "Current Timestamp: " << current_timestamp;
     panic_log_dir += "_" + current_timestamp;
@@ -55,8 +63,8 @@ void make_tmp_directory(const std::string& tmp_path) {
     }
 }
 
-// Regions and their list go to the minidump directory, and the regions' header is read there, while
-// later steps look in the working directory. The two agree in the normal setting; keep both.
+// Regions and their list go to the minidump directory, and the regions' header is read there. Later
+// steps read them in the working directory. The two are normally the same; keep both.
 void extract_regions(const std::string& header_path) {
     for (int32_t i = 0; i < md_region_count; ++i) {
         get_md_by_section_num(i + 1, minidump_dir, "");
@@ -78,12 +86,22 @@ void archive_dump(const std::string& archive_name) {
     property_set("vendor.minidump.last_file", archive_name.c_str());
 }
 
-// Flushes the file or directory at `path` to storage. A failure changes nothing for the run.
+// Flushes the file, directory or device at `path` to storage. A failure is ignored.
 void flush_to_storage(const std::string& path) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (file >= 0) {
         fsync(file);
         close(file);
+    }
+}
+
+// Zeroes the first `blocks` blocks of the partition. The header goes first, and to storage: blocks
+// reach storage in any order, and the next run would take a header with half a dump for a whole
+// one.
+void erase_dump(int32_t blocks) {
+    for (const int32_t count : {1, blocks}) {
+        dump_dd("/dev/zero", logdump_partition_path, kBlockSize, count, 0);
+        flush_to_storage(logdump_partition_path);
     }
 }
 
@@ -99,19 +117,20 @@ int main(int argc, char** argv) {
         LOG(INFO) << "Invalid arguments.";
         return kExitInvalidArguments;
     }
-    // Callers must pass a first argument, but what it says makes no difference.
+    // Required, but unused.
     [[maybe_unused]] const std::string first_argument = argv[1];
     work_dir = argc == 2 ? "." : argv[2];
+    lock_partition();
 
     const std::string header_path = work_dir + "/" + kHeaderImage;
     dump_dd(logdump_partition_path, header_path, kBlockSize, kHeaderBlocks, 0);
     validate(header_path);
     property_set(kStatusProperty, "running");
-    name_this_run();
+    name_and_publish_run();
 
     const uint32_t dump_size = read_number(header_path, kHeaderRecord, kDumpSize);
     LOG(INFO) << "dump size is " << dump_size;
-    // Always one block more than the whole blocks in the dump, also when it ends with a block.
+    // One more than the whole blocks, on purpose, also when the size is a multiple of a block's.
     const auto dump_blocks = static_cast<int32_t>((dump_size >> kBlockShift) + 1);
     dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks, 0);
     md_region_count = static_cast<int32_t>(read_number(header_path, kHeaderRecord, kRegionCount));
@@ -126,11 +145,11 @@ int main(int argc, char** argv) {
     LimitFolderNum(minidump_dir, kMaxPanicDirectories);
     work_place_cleanup();
 
-    // Frees the partition for the next crash, whatever became of this one. The archive, and the
-    // directory that holds its name, must be on storage before: the zeros may get there at once.
+    // Flush the archive and its directory entry first: once the zeros reach storage, the archive is
+    // the only copy. The partition is freed whatever became of the dump.
     flush_to_storage(work_dir + "/" + archive_name);
     flush_to_storage(work_dir);
-    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, dump_blocks, 0);
+    erase_dump(dump_blocks);
     const auto end = std::chrono::steady_clock::now();
     copy_to_qv_log();
     LOG(INFO) << "Time taken: "
