@@ -7,7 +7,7 @@
 #include "logtree/log_types.h"
 #include "logtree/panic_log.h"
 #include "logtree/retention.h"
-#include "logtree/type_log.h"
+#include "logtree/type_directory.h"
 
 using namespace testing;
 

@@ -87,7 +87,7 @@ int create_type_new_qv_log_dir(core_log_type type) {
     if (time.empty()) {
         time = getCurrentTimeFormatted();
     }
-    // Three pieces between "_": the retention reads the number back from the second.
+    // Three parts separated by "_": the retention reads the number back from the second.
     entry.new_log_path_no_sign =
             entry.log_dir + entry.prefix + std::to_string(entry.new_log_count) + "_" + time;
     entry.new_log_path = entry.new_log_path_no_sign + "/";

@@ -3,25 +3,15 @@
 #include <android-base/logging.h>
 #include <cutils/properties.h>
 
-#include <cstdarg>
 #include <cstdio>
 
 #include "driver/run_values.h"
 #include "driver/shell.h"
-#include "logtree/type_log.h"
+#include "logtree/type_directory.h"
 
 namespace {
 
 constexpr size_t kCommandSize = 512;  // bytes, the terminating zero byte included
-
-// Formats a command into `buffer` as printf does, cut to kCommandSize - 1 characters.
-__attribute__((format(printf, 2, 3))) void format_command(char (&buffer)[kCommandSize],
-                                                          const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(buffer, sizeof(buffer), format, arguments);
-    va_end(arguments);
-}
 
 }  // namespace
 
@@ -54,10 +44,10 @@ void copy_panic_log(core_log_type type) {
     // Only the default directory has a fallback; any other command that is too long runs cut off.
     if (full_command.size() >= kCommandSize && directory == kPanicLogStem) {
         LOG(WARNING) << full_command << " exceed 512 length, using default path";
-        format_command(command, "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,
-                       new_log_path.c_str());
+        snprintf(command, sizeof(command), "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,
+                 new_log_path.c_str());
     } else {
-        format_command(command, "%s", full_command.c_str());
+        snprintf(command, sizeof(command), "%s", full_command.c_str());
     }
     LOG(INFO) << log_type_label[type] << __func__ << ": " << command;
     run_command(command);

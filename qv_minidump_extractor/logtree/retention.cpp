@@ -20,28 +20,28 @@ bool begins_with(const std::string& name, const std::string& prefix) {
     return name.compare(0, prefix.size(), prefix) == 0;
 }
 
-// Returns the pieces of `name` between "_", empty ones included, also at the end.
-std::vector<std::string> pieces_of(const std::string& name) {
-    std::vector<std::string> pieces;
-    size_t start = 0;
-    for (size_t end = name.find('_'); end != std::string::npos; end = name.find('_', start)) {
-        pieces.push_back(name.substr(start, end - start));
-        start = end + 1;
+// Returns the parts of `name` separated by "_", empty ones included.
+std::vector<std::string> parts_of(const std::string& name) {
+    std::vector<std::string> parts(1);
+    for (const char c : name) {
+        if (c == '_') {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
     }
-    pieces.push_back(name.substr(start));
-    return pieces;
+    return parts;
 }
 
 }  // namespace
 
 int64_t get_boot_count_by_file_name(const std::string& name) {
-    const std::vector<std::string> pieces = pieces_of(name);
-    if (pieces.size() == 3 && std::all_of(pieces[1].begin(), pieces[1].end(),
-                                          [](char c) { return c >= '0' && c <= '9'; })) {
-        // An empty piece or a number too large ends the run here. The tool makes no such name.
-        return std::stoll(pieces[1]);
+    const std::vector<std::string> parts = parts_of(name);
+    if (parts.size() == 3 && parts[1].find_first_not_of("0123456789") == std::string::npos) {
+        // Throws for an empty part and for a number too large, on purpose.
+        return std::stoll(parts[1]);
     }
-    LOG(ERROR) << "error file name " << name << " ret.size() " << pieces.size();
+    LOG(ERROR) << "error file name " << name << " ret.size() " << parts.size();
     return -1;
 }
 
@@ -58,7 +58,7 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix) 
         }
         LOG(ERROR) << "find file :" << name;
     }
-    // At the largest number there is, the count stays.
+    // Saturate: INT64_MAX + 1 would overflow.
     return largest == std::numeric_limits<int64_t>::max() ? largest : largest + 1;
 }
 
@@ -80,8 +80,8 @@ bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                 return true;
             }
         } else if (name.find("tar") == std::string::npos) {
-            // "tar" anywhere in a name counts as an archive. Names are the tool's own, so this is
-            // enough; keep it.
+            // "tar" anywhere in a name counts as an archive, on purpose. The tool's own names have
+            // it nowhere else.
             tar_and_delete_dir(path, true);
         }
     }

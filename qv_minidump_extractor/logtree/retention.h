@@ -1,26 +1,27 @@
-// What a type's directory may hold: archives and log directories called prefix, number, "_", time;
-// numbers only grow. Routine lines are logged at ERROR too, on purpose: keep the severities.
+// Counts, prunes and packs the logs in a type's directory: log directories and archives called
+// prefix, number, "_", time. Routine lines are logged at ERROR too, on purpose: keep the
+// severities.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// Returns the number in the name of a log, or -1, with an ERROR line, when the name does not have
-// three pieces between "_" with digits in the second. Throws std::invalid_argument when the second
-// is empty, and std::out_of_range when its number takes more than 63 bits.
+// Returns the number in the name of a log, or -1, with an ERROR line, when the name is not three
+// parts separated by "_" with only digits in the second. Throws std::invalid_argument when the
+// second is empty, and std::out_of_range when it exceeds INT64_MAX.
 int64_t get_boot_count_by_file_name(const std::string& name);
 
 // Returns the number for the next log in `dir`, which must exist: one more than the largest among
-// the names that begin with `prefix` (all names when it is empty), 0 when there is none; but never
-// more than the largest int64_t. Throws what get_boot_count_by_file_name throws, and
-// std::filesystem::filesystem_error when the directory cannot be listed.
+// the names that begin with `prefix` (all names when it is empty), at most INT64_MAX; 0 when there
+// is none. Throws what get_boot_count_by_file_name throws, and std::filesystem::filesystem_error
+// when the directory cannot be listed.
 int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix);
 
-// Brings `dir` (ending in "/") into shape for the log number `new_log_count`: removes what does not
-// begin with `prefix`, except names that begin with ".", and logs with malformed names or numbers
-// up to new_log_count - max_log_count; packs the rest into archives, except names that contain
-// "tar", which count as archives. Returns true when a removal failed, with the rest not visited;
-// false otherwise. Throws what get_new_qv_log_count and tar_and_delete_dir throw.
+// Prunes `dir` (ending in "/") for the log number `new_log_count`. Removes names that do not begin
+// with `prefix`, except hidden ones, and logs with malformed names or numbers up to
+// new_log_count - max_log_count. Packs the other logs, except names that contain "tar". Returns
+// true as soon as a removal fails; false otherwise. Throws what get_new_qv_log_count and
+// tar_and_delete_dir throw.
 bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                                const std::string& prefix, int32_t max_log_count);
 

@@ -1,4 +1,4 @@
-#include "logtree/type_log.h"
+#include "logtree/type_directory.h"
 
 #include <android-base/logging.h>
 
