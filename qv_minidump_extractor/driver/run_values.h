@@ -1,21 +1,21 @@
-// The values that a whole run shares. Only main writes them, and before any reader is called.
+// The values that a whole run shares. Only main writes them, before any reader is called.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// The raw block device that the boot chain leaves the minidump in.
+// The block device with the minidump.
 extern const std::string logdump_partition_path;
 
-// The working directory, without a trailing "/": holds the header copy, the dump image, the tmp
+// The working directory, without a trailing "/": contains the header copy, the dump image, the tmp
 // directory and the archive. Empty until main has read its arguments.
 extern std::string work_dir;
 
 // The number of region entries, as the header gives it; may be negative or larger than the table.
 extern int32_t md_region_count;
 
-// The directory that other services collect from, without a trailing "/". Several steps use it
-// whatever the working directory is; the two agree in the normal setting. Do not derive one from
+// The minidump directory, which other services collect from, without a trailing "/". Several steps
+// use it whatever the working directory is. The two are normally the same; do not derive one from
 // the other.
 extern const std::string minidump_dir;
 
@@ -25,18 +25,18 @@ extern std::string panic_log_dir;
 // This run's time, in the shape of kTimestampFormat.
 extern std::string current_timestamp;
 
-// A fixed name of the device; no step of a run reads it.
+// Unused; a fixed name of the device.
 extern const std::string vantix_dir;
 
-// Local time, one-second resolution. Later times sort later as text unless the local clock goes
-// back in between. None holds a "_".
+// Local time in seconds. Later times sort later as text, unless the local clock is set back. None
+// contains a "_", which separates the parts of names.
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
-// The stem of panic directory names. Also the default of kLastDumpProperty where it is read.
+// The start of panic directory names. Also the default of kLastDumpProperty.
 inline constexpr char kPanicLogStem[] = "panic_log";
 
-// The property that names this run's panic directory, without its parent. The log tree reads it: it
-// copies from that directory and dates its new one from it.
+// The property that names this run's panic directory, without its parent. The log tree copies from
+// that directory and takes the time from its name.
 inline constexpr char kLastDumpProperty[] = "vendor.qv_dump.last_dump";
 
 // Names of files and directories, and the start of archive names.

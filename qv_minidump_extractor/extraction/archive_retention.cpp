@@ -14,10 +14,11 @@
 
 namespace {
 
+// Two names of 35 characters and a comma fit into a property (91 characters); three do not.
 constexpr size_t kMaxArchives = 2;
 
-// Returns the names of the dump archives in `directory` in ascending order. The age of an archive
-// is the timestamp in its name; file times are not looked at, on purpose.
+// Returns the names of the dump archives in `directory` in ascending order. The timestamp in a name
+// counts, not the file's time, on purpose.
 std::vector<std::string> archive_names_in(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -56,7 +57,7 @@ void check_minidump_num(const std::string& directory) {
         std::filesystem::remove(path);
         names.erase(names.begin());
     }
-    // The directory that other services collect from, whichever directory was pruned.
+    // Always the directory that other services collect from, whatever `directory` is.
     run_logged("chmod -R 0771 " + minidump_dir);
     run_logged("chown -R root:system " + minidump_dir);
     const std::string kept_names = joined_by_commas(names);

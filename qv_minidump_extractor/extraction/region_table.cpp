@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kExitTableNotSet = 11;
 
-// A table far longer than the header copy is walked to its end, so positions need 64 bits.
+// The count is unchecked, so record * 64 can exceed 32 bits.
 std::streampos position_of(int32_t record, const Field& field) {
     return static_cast<std::streamoff>(kRecordSize) * record + field.offset;
 }
@@ -39,8 +39,8 @@ void validate(const std::string& header_path) {
     }
     LOG(INFO) << "minidump region header is not set.";
     std::remove(header_path.c_str());
-    // A path below a plain file, so this always fails, on purpose. Do not aim it at the regions'
-    // directory.
+    // A path below a plain file, so this always fails, on purpose. Do not change it to the
+    // directory of the regions.
     std::remove((header_path + "/" + kTmpDirectory).c_str());
     std::exit(kExitTableNotSet);
 }
@@ -58,9 +58,9 @@ std::string read_region_name(const std::string& header_path, int32_t section_num
 void get_md_by_section_num(int32_t section_num, const std::string& directory, const std::string&) {
     const std::string header_path = directory + "/" + kHeaderImage;
     const std::string tmp_path = directory + "/" + kTmpDirectory;
-    // A name without a file: no readable form of the header is kept.
+    // Unused; composed because the interface has it.
     [[maybe_unused]] const std::string ascii_header_path = tmp_path + "/ascii_header";
-    // dump_dd counts in signed 32-bit numbers: 2 GiB or more arrives there as a negative one.
+    // dump_dd takes signed 32-bit values, so 2 GiB or more becomes negative.
     const auto skip = static_cast<int32_t>(read_number(header_path, section_num, kRegionOffset));
     const auto block_size =
             static_cast<int32_t>(read_number(header_path, section_num, kRegionSize));
