@@ -2,6 +2,7 @@
 
 #include <android-base/logging.h>
 #include <android-base/strings.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -83,8 +84,9 @@ void DeviceTest::SetUp() {
     shell("toybox rm -rf /data/* /mnt/vendor/* /dev/log/* /dev/__properties__/*");
     make_entries("/data", {"local/bin/", "vendor/minidump/aop_dump/", "vendor/minidump/tmp/"});
     replace_tool("chown", "exit 0");  // an ordinary user's device has no group system
-    if (getenv("EMULATOR") != nullptr) {
-        // It knows no child subreaper, so tar waits itself: its gzip holds the other end of a pipe.
+    int subreaper = 0;
+    if (prctl(PR_GET_CHILD_SUBREAPER, &subreaper) != 0) {
+        // qemu knows no child subreaper, so tar waits itself: its gzip holds the pipe's other end.
         replace_tool("tar", "set -o pipefail; { toybox tar \"$@\" 2>&1 >&3 | cat >&2; } 3>&1");
     }
     umask(0);
@@ -118,8 +120,7 @@ int DeviceTest::run(const std::string& command) {
 }
 
 std::string DeviceTest::tool(const std::string& arguments) {
-    // On a device of another processor the emulator runs it: see host/virtual_device.
-    return "$EMULATOR /vendor/bin/qv_minidump_extractor " + arguments;
+    return "/vendor/bin/qv_minidump_extractor " + arguments;
 }
 
 Lines DeviceTest::log() {

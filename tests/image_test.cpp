@@ -4,7 +4,7 @@ using namespace testing;
 
 class ImageTest : public DeviceTest {};
 
-const std::string kImage = "cd /data; $EMULATOR /vendor/bin/minidump_image ";
+const std::string kImage = "cd /data; /vendor/bin/minidump_image ";
 
 TEST_F(ImageTest, ExtractsUnsafeAndDoubledNamesUnderSafeOnes) {
     write_file("/data/image",

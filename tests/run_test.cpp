@@ -289,7 +289,7 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
     EXPECT_EQ(0, run("umask 077; export PATH=" + in_script("setenv PATH") +
                      "; /usr/bin/setpriv --clear-groups --bounding-set=-all,+chown,+fowner" +
                      " --reuid " + in_script("user") + " --regid " + in_script("group") + " " +
-                     "$EMULATOR " + in_script("service qv_minidump_extractor") + " >/dev/null"));
+                     in_script("service qv_minidump_extractor") + " >/dev/null"));
     EXPECT_THAT(log(), Each(Not(ContainsRegex("[Ff]ail"))));
     EXPECT_THAT(journal(), Contains("set vendor.minidump.cp.status=1"));
     EXPECT_EQ(fs::perms(0770), fs::status(kNewLog + ".tar.gz").permissions());
