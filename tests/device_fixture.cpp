@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <stdexcept>
 
 #include "driver/run_values.h"
@@ -27,7 +28,7 @@ std::string read_file(const std::string& path) {
 
 Lines lines_of(const std::string& path) {
     Lines lines = android::base::Split(read_file(path), "\n");
-    lines.pop_back();  // behind the last line's end
+    lines.pop_back();  // what follows the last line break
     return lines;
 }
 
@@ -124,9 +125,12 @@ std::string DeviceTest::tool(const std::string& arguments) {
 }
 
 Lines DeviceTest::log() {
-    shell("touch /dev/log/records; "
-          "sed -i -E 's/^system [^ ]+ [^ ]+ [0-9]+ ([A-Z]) [^:]+: /\\1 /' /dev/log/records");
-    return lines_of("/dev/log/records");
+    static const std::regex head("^system [^ ]+ [^ ]+ [0-9]+ ([A-Z]) [^:]+: ");
+    Lines records = lines_of("/dev/log/records");
+    for (std::string& record : records) {
+        record = std::regex_replace(record, head, "$1 ");
+    }
+    return records;
 }
 
 Lines DeviceTest::journal() { return lines_of("/dev/__properties__/journal"); }
@@ -138,11 +142,9 @@ bool DeviceTest::partition_is_untouched() {
 bool DeviceTest::partition_is_erased() {
     std::string expected = image_;
     expected.replace(0, extent_, extent_, '\0');
-    if (fs::is_block_file(kPartition)) {
-        return read_file(kPartition).substr(0, expected.size()) == expected;
-    }
-    expected.resize(extent_);  // a plain file in the partition's place is truncated
-    return read_file(kPartition) == expected;
+    const std::string now = read_file(kPartition);
+    expected.resize(std::min(expected.size(), now.size()));  // a plain file has been truncated
+    return now.size() >= extent_ && now.compare(0, expected.size(), expected) == 0;
 }
 
 bool DeviceTest::dump_is_in(const std::string& archive) {

@@ -8,33 +8,26 @@
 
 using namespace testing;
 
-class StagingTest : public DeviceTest {};
+using StagingTest = DeviceTest;
 
-TEST_F(StagingTest, RemovesIntermediateFilesButNoHiddenNames) {
+TEST_F(StagingTest, RemovesIntermediateFilesAndReportsFailures) {
     make_entries(kMinidumpDir, {"header.img", "minidump.bin", "tmp/region", "aop_dump/region",
                                 "aop_dump/d/", "aop_dump/.hidden", "minidump_1"});
+    replace_tool("rm", "toybox rm \"$@\"; exit 1");
     work_place_cleanup();
     EXPECT_THAT(entries_in(kMinidumpDir),
                 ElementsAre("aop_dump/", "aop_dump/.hidden", "minidump_1"));
-}
-
-TEST_F(StagingTest, LogsEachCleanUpThatFailed) {
-    replace_tool("rm", "exit 1");
-    work_place_cleanup();
     EXPECT_THAT(log(), ElementsAre("I Failed: rm -rf /data/vendor/minidump/tmp",
                                    "I Failed: rm -rf /data/vendor/minidump/header.img",
                                    "I Failed: rm -rf /data/vendor/minidump/minidump.bin",
                                    "I Failed: rm -rf /data/vendor/minidump/aop_dump/*"));
 }
 
-TEST_F(StagingTest, EmptiesAPanicDirectoryThatIsThere) {
+TEST_F(StagingTest, EmptiesAPanicDirectoryOrThrows) {
     make_entries(panic_log_dir, {"last_kmsg.txt", "empty/"});
     EXPECT_EQ(0, create_panic_folder());
     EXPECT_THAT(entries_in(panic_log_dir), IsEmpty());
     EXPECT_THAT(log(), ElementsAre("I Folder already exists: /data/vendor/minidump/panic_log"));
-}
-
-TEST_F(StagingTest, EndsByAnErrorAtADirectoryInThePanicDirectory) {
     make_entries(panic_log_dir, {"directory/file"});
     EXPECT_THROW(create_panic_folder(), fs::filesystem_error);
 }
@@ -46,7 +39,7 @@ TEST_F(StagingTest, StagesNothingWithoutAPanicDirectory) {
                                    "I Failed create_panic_folder(), stop copy_upload_files()"));
 }
 
-TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
+TEST_F(StagingTest, CopiesExactlyTheSelectionInItsOrder) {
     const Lines selection = {
             "dump_info.txt",       "md_TZ_DIAG.BIN",  "md_MSGRAM0.BIN",      "md_MSGRAM1.BIN",
             "md_MSGRAM2.BIN",      "md_MSGRAM3.BIN",  "md_MSGRAM4.BIN",      "md_MSGRAM5.BIN",
@@ -61,7 +54,7 @@ TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
     }
     work_dir = "/data/other";
     make_entries(work_dir + "/tmp", selection);
-    make_entries(work_dir + "/tmp", {"md_MSGRAM16.BIN", "load.cmm.old", "xload.cmm", "load.cm"});
+    make_entries(work_dir + "/tmp", {"load.cmm.old", "xload.cmm", "load.cm"});
     fs::rename(work_dir + "/tmp/load.cmm", "/data/load.cmm");
     fs::create_symlink("/data/load.cmm", work_dir + "/tmp/load.cmm");
     write_file(work_dir + "/aop_dump/load.cmm", "an older and longer file");
@@ -69,15 +62,18 @@ TEST_F(StagingTest, CopiesTheSelectionInItsOrderByExactNames) {
     EXPECT_EQ(fs::perms(0770), fs::status(panic_log_dir).permissions());
     EXPECT_THAT(entries_in(work_dir + "/aop_dump"), UnorderedElementsAreArray(selection));
     EXPECT_EQ("load.cmm", read_file(work_dir + "/aop_dump/load.cmm"));
-    const Lines records = log();  // two before the copies, and two behind
+    const Lines records = log();  // two before the copies, and two after them
     EXPECT_EQ(copied, Lines(records.begin() + 2, records.end() - 2));
+    fs::remove_all(work_dir + "/tmp");
+    EXPECT_EQ(0, copy_upload_files());
+    EXPECT_THAT(log(), Contains(StartsWith("I Filesystem error: ")).Times(selection.size()));
 }
 
 TEST_F(StagingTest, CopiesNoDirectory) {
     EXPECT_EQ(1, copyFilesWithMatchingName(kMinidumpDir, "/data", "tmp"));
 }
 
-TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
+TEST_F(StagingTest, DeletesThePanicDirectoriesModifiedFirst) {
     const Lines oldest_first = {"old_panic_log", "panic_lo",   "last_kms",
                                 "panic_log_9",   "last_kmsg2", "panic_log"};
     auto time = fs::file_time_type::clock::now();
@@ -100,13 +96,13 @@ TEST_F(StagingTest, DeletesThePanicDirectoriesThatWereModifiedFirst) {
     EXPECT_FALSE(fs::exists("/data/panic_log_9"));
 }
 
-TEST_F(StagingTest, EndsByAnErrorAtAPanicDirectoryThatCannotBeDeleted) {
+TEST_F(StagingTest, ThrowsWhenAPanicDirectoryCannotBeDeleted) {
     make_entries("/data", {"panic_log/"});
     shell("mount -t tmpfs test /data/panic_log");
     EXPECT_THROW(LimitFolderNum("/data", 0), fs::filesystem_error);
 }
 
-TEST_F(StagingTest, TellsOfAParentThatIsNoDirectory) {
+TEST_F(StagingTest, ReportsAParentThatIsNotADirectory) {
     write_file("/data/file", "");
     internal::CaptureStderr();
     LimitFolderNum("/data/file", 0);
