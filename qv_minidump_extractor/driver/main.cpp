@@ -37,11 +37,12 @@ constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
 constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
 constexpr uint64_t kMaxPanicDirectories = 2;
 
-// Waits for other runs on the partition and keeps later ones waiting: two at once would erase the
-// dump under each other. Never unlocked: the kernel does that when this process has ended, and the
-// keeper of its last command (driver/shell.cpp).
+// Waits until no other run uses the partition, and keeps later ones waiting: one run would erase
+// the dump while another still copies it. The kernel unlocks once this process and the keeper of
+// its last command (driver/shell.cpp) have both ended. A failure is ignored.
 void lock_partition() {
-    flock(open(logdump_partition_path.c_str(), O_RDONLY | O_CLOEXEC), LOCK_EX);
+    const int partition = open(logdump_partition_path.c_str(), O_RDONLY | O_CLOEXEC);
+    flock(partition, LOCK_EX);
 }
 
 void name_and_publish_run() {
@@ -95,14 +96,14 @@ void flush_to_storage(const std::string& path) {
     }
 }
 
-// Zeroes the first `blocks` blocks of the partition. The header goes first, and to storage: blocks
-// reach storage in any order, and the next run would take a header with half a dump for a whole
-// one.
+// Zeroes the first `blocks` blocks of the partition. The first one, with the header, is flushed
+// before the others are written: blocks reach storage in any order, and the next run would take an
+// old header with half a dump for a whole dump.
 void erase_dump(int32_t blocks) {
-    for (const int32_t count : {1, blocks}) {
-        dump_dd("/dev/zero", logdump_partition_path, kBlockSize, count, 0);
-        flush_to_storage(logdump_partition_path);
-    }
+    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, 1, 0);
+    flush_to_storage(logdump_partition_path);
+    dump_dd("/dev/zero", logdump_partition_path, kBlockSize, blocks, 0);
+    flush_to_storage(logdump_partition_path);
 }
 
 }  // namespace
@@ -130,7 +131,7 @@ int main(int argc, char** argv) {
 
     const uint32_t dump_size = read_number(header_path, kHeaderRecord, kDumpSize);
     LOG(INFO) << "dump size is " << dump_size;
-    // One more than the whole blocks, on purpose, also when the size is a multiple of a block's.
+    // One more than the number of whole blocks, on purpose, also for a multiple of the block size.
     const auto dump_blocks = static_cast<int32_t>((dump_size >> kBlockShift) + 1);
     dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks, 0);
     md_region_count = static_cast<int32_t>(read_number(header_path, kHeaderRecord, kRegionCount));
@@ -146,7 +147,7 @@ int main(int argc, char** argv) {
     work_place_cleanup();
 
     // Flush the archive and its directory entry first: once the zeros reach storage, the archive is
-    // the only copy. The partition is freed whatever became of the dump.
+    // the only copy. The partition is erased even when the archive failed, on purpose.
     flush_to_storage(work_dir + "/" + archive_name);
     flush_to_storage(work_dir);
     erase_dump(dump_blocks);

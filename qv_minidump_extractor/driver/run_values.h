@@ -28,8 +28,8 @@ extern std::string current_timestamp;
 // Unused; a fixed name of the device.
 extern const std::string vantix_dir;
 
-// Local time in seconds. Later times sort later as text, unless the local clock is set back. None
-// contains a "_", which separates the parts of names.
+// Local time, to the second. Later times sort later as text, unless the local clock is set back.
+// None contains a "_", which separates the parts of names.
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
 // The start of panic directory names. Also the default of kLastDumpProperty.

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Runs `command` and ends this process when all that it started has ended: with status 0, or 1
-// when any of it failed.
+// Runs `command`, waits for everything that it started, and exits: with 0, or with 1 when the shell
+// or an adopted process failed.
 [[noreturn]] void keep(const std::string& command) {
     // The device's tar ends while the gzip that it started is still writing, and does not look at
     // gzip's status. A subreaper adopts such orphans. Do not leave this out: archives would be
@@ -27,10 +27,11 @@ namespace {
 }  // namespace
 
 int run_command(const std::string& command) {
-    // A caller may ignore SIGCHLD, and then no status could be waited for.
+    // The caller may have left SIGCHLD ignored. Waiting would then return no status.
     std::signal(SIGCHLD, SIG_DFL);
-    // A process of its own, the keeper: it adopts no children of others, and it alone ignores
-    // Ctrl-C, as system() does. The run itself then dies of Ctrl-C and does not go on to the erase.
+    // The command runs under a child process, the keeper. Children that the caller left to this
+    // process are not the keeper's, so nobody waits for them. system() makes its caller ignore
+    // Ctrl-C. That is only the keeper: the run itself dies and does not go on to the erase.
     const pid_t keeper = fork();
     if (keeper == 0) {
         keep(command);

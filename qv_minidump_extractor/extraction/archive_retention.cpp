@@ -14,11 +14,11 @@
 
 namespace {
 
-// Two names of 35 characters and a comma fit into a property (91 characters); three do not.
+// Do not raise it: three names of 35 characters do not fit into a property (91 characters).
 constexpr size_t kMaxArchives = 2;
 
-// Returns the names of the dump archives in `directory` in ascending order. The timestamp in a name
-// counts, not the file's time, on purpose.
+// Returns the names of the dump archives in `directory`, sorted by name and not by file time, on
+// purpose.
 std::vector<std::string> archive_names_in(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {

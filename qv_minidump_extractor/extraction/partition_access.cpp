@@ -13,7 +13,7 @@
 
 namespace {
 
-// Bytes. The default buffers of a stream are smaller and cost a system call for each block; the
+// In bytes. A stream's default buffer is smaller and costs a system call for each block; the
 // benchmark compares the copy with dd.
 constexpr size_t kStreamBufferSize = size_t{64} * 1024;
 
@@ -88,8 +88,8 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
         throw std::bad_alloc();
     }
     const auto size = static_cast<size_t>(block_size);
-    // Zeroed, so that stale heap never passes for dump data. calloc: pages that are not read into
-    // cost nothing, so a damaged size far beyond the source does no harm.
+    // Zeroed, so that stale heap never passes for dump data. calloc: pages that are never read into
+    // take no memory, even when a damaged size is far beyond the source.
     const std::unique_ptr<void, decltype(&std::free)> block(std::calloc(1, size), &std::free);
     if (!block) {
         throw std::bad_alloc();

@@ -39,8 +39,8 @@ void validate(const std::string& header_path) {
     }
     LOG(INFO) << "minidump region header is not set.";
     std::remove(header_path.c_str());
-    // A path below a plain file, so this always fails, on purpose. Do not change it to the
-    // directory of the regions.
+    // A path below a plain file, so this always fails, on purpose. Do not change it to the tmp
+    // directory that contains the regions.
     std::remove((header_path + "/" + kTmpDirectory).c_str());
     std::exit(kExitTableNotSet);
 }

@@ -9,7 +9,8 @@
 inline constexpr int32_t kRecordSize = 64;  // bytes
 inline constexpr int32_t kHeaderRecord = 0;
 
-// A field of a record, in bytes from the record's start. Numbers are little-endian.
+// A field of a record: its offset from the record's start and its size, in bytes. Numbers are
+// little-endian.
 struct Field {
     int32_t offset;
     int32_t size;

@@ -27,7 +27,7 @@ std::array<LogTypeEntry, kLogTypeCount> log_type_table = {{
 
 namespace {
 
-// Returns the time in the name of this run's panic directory; empty when the name holds none.
+// Returns the time in the name of this run's panic directory; empty when it contains none.
 std::string panic_directory_time() {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(kLastDumpProperty, value, kPanicLogStem);

@@ -1,5 +1,5 @@
-// The log types and the naming of log directories: /mnt/vendor/qv_log/ holds a directory for each
-// type, and in it numbered, dated log directories and their archives.
+// The log types and the naming of log directories. /mnt/vendor/qv_log/ contains a directory for
+// each type, and each of these contains numbered, dated log directories and their archives.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ struct LogTypeEntry {
     int64_t new_log_count;   // the number of the next log
     std::string prefix;
     std::string log_dir;               // ends in "/"
-    std::string new_log_path;          // this run's log directory, ending in "/"; empty: none made
+    std::string new_log_path;          // the newest log directory, ending in "/"; empty at first
     std::string new_log_path_no_sign;  // the same without the "/"
 };
 
@@ -40,15 +40,16 @@ bool reject_bad_log_type(core_log_type type, const char* operation);
 void chang_to_qv_log_mod(const std::string& path);
 
 // Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
-// before. Returns 0 when something is there afterwards, be it a plain file; 1 otherwise. Throws
-// what chang_to_qv_log_mod throws.
+// before. Returns 0 when something is there afterwards, even a plain file; 1 otherwise. Throws what
+// chang_to_qv_log_mod throws.
 int qv_create_dir_str(const std::string& path);
 
 // Returns the current local time in the shape of kTimestampFormat.
 std::string getCurrentTimeFormatted();
 
-// Names and makes the next log directory of `type` and records its paths in log_type_table, also
-// when it then cannot be made. A panic log carries what follows the last "_" in the name of this
-// run's panic directory; any other, and one without such a name, the current time. Returns 0; 1
-// when it could not be made; kBadLogType. Throws what qv_create_dir_str throws.
+// Names and makes the next log directory of `type`. Records its paths in log_type_table even when
+// it cannot be made. The name of a panic log ends in what follows the last "_" in
+// kLastDumpProperty; if that is empty, and for every other type, it ends in the current time.
+// Returns 0; 1 when the directory could not be made; kBadLogType. Throws what qv_create_dir_str
+// throws.
 int create_type_new_qv_log_dir(core_log_type type);

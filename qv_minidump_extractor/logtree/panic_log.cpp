@@ -41,7 +41,8 @@ void copy_panic_log(core_log_type type) {
     const std::string directory = value;
     const std::string full_command = "cp " + minidump_dir + "/" + directory + "/* " + new_log_path;
     char command[kCommandSize];
-    // Only the default directory has a fallback; any other command that is too long runs cut off.
+    // Only the default directory has a fallback, on purpose. Any other command that is too long is
+    // run truncated.
     if (full_command.size() >= kCommandSize && directory == kPanicLogStem) {
         LOG(WARNING) << full_command << " exceed 512 length, using default path";
         snprintf(command, sizeof(command), "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,

@@ -80,8 +80,8 @@ bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                 return true;
             }
         } else if (name.find("tar") == std::string::npos) {
-            // "tar" anywhere in a name counts as an archive, on purpose. The tool's own names have
-            // it nowhere else.
+            // "tar" anywhere in a name counts as an archive, on purpose. The tool's own names
+            // contain it only in ".tar.gz".
             tar_and_delete_dir(path, true);
         }
     }

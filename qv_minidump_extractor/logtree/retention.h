@@ -19,17 +19,17 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix);
 
 // Prunes `dir` (ending in "/") for the log number `new_log_count`. Removes names that do not begin
 // with `prefix`, except hidden ones, and logs with malformed names or numbers up to
-// new_log_count - max_log_count. Packs the other logs, except names that contain "tar". Returns
-// true as soon as a removal fails; false otherwise. Throws what get_new_qv_log_count and
-// tar_and_delete_dir throw.
+// new_log_count - max_log_count; returns true as soon as one of these cannot be removed. Packs and
+// removes the other logs, except names that contain "tar". Returns false at the end. Throws what
+// get_new_qv_log_count and tar_and_delete_dir throw.
 bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                                const std::string& prefix, int32_t max_log_count);
 
-// Removes `path` and all below it. Returns 0 when it is gone or not found, -1 otherwise. A link
-// that leads nowhere counts as not found and stays.
+// Removes `path` and everything below it. Returns 0 when it is gone or not found, -1 otherwise. A
+// link that leads nowhere, or a path whose status cannot be read, counts as not found and stays.
 int QVRemoveFile(const std::string& path);
 
-// Packs the directory `path` (no final "/") into `path`.tar.gz, with mode 0770, and publishes its
-// name in vendor.qv_dump.last_panic_log. With `remove_after` the directory is then removed, also
-// when the archive failed. Returns 0. Throws what chang_to_qv_log_mod throws.
+// Packs the directory `path` (no trailing "/") into `path`.tar.gz, with mode 0770, and publishes
+// its name in vendor.qv_dump.last_panic_log. With `remove_after` the directory is then removed,
+// also when the archive failed. Returns 0. Throws what chang_to_qv_log_mod throws.
 int tar_and_delete_dir(const std::string& path, bool remove_after);

@@ -41,6 +41,6 @@ void clean_type_log_and_dir(core_log_type type) {
         LOG(ERROR) << log_type_label[type] << __func__ << ": new_log_path_no_sign not exist!";
         return;
     }
-    // The newest panic log stays at hand unpacked too.
+    // The newest panic log is also kept unpacked.
     tar_and_delete_dir(path, type != kPanicLogType);
 }

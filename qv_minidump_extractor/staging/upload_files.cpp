@@ -83,7 +83,7 @@ int copy_upload_files() {
     if (select_file(kDumpInfo) != 0) {
         LOG(INFO) << "dump_info.txt copy failed";
     }
-    // Not every dump holds every region, so a missing one is no failure.
+    // Not every dump contains every region, so a missing one is no failure.
     for (const std::string& name : selected_regions()) {
         select_file(name);
     }
