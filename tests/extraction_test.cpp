@@ -74,16 +74,6 @@ TEST_F(ExtractionTest, KeepsTheTwoArchivesWhoseNamesSortLast) {
     EXPECT_THAT(log(), Contains("I Removing file: /data/vendor/minidump/minidump_10"));
 }
 
-TEST_F(ExtractionTest, PublishesTheArchivesAlsoWhenCommandsFail) {
-    replace_tool("chmod", "exit 3");
-    replace_tool("chown", "exit 3");
-    check_minidump_num(kMinidumpDir);
-    EXPECT_THAT(log(),
-                IsSupersetOf({"I Error: chmod -R 0771 /data/vendor/minidump failed",
-                              "I Error: chown -R root:system /data/vendor/minidump failed"}));
-    EXPECT_THAT(journal(), ElementsAre("set vendor.minidump.files="));
-}
-
 TEST_F(ExtractionTest, ThrowsWhenArchivesCannotBeListedOrDeleted) {
     EXPECT_THROW(check_minidump_num("/data/missing"), fs::filesystem_error);
     make_entries(kMinidumpDir, {"minidump_1", "minidump_2", "minidump_3"});
