@@ -294,11 +294,13 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
         return "$(sed -n 's/^ *" + words + " //p' " DEVICE_DIRECTORY "/qv_minidump_extractor.rc)";
     };
     EXPECT_EQ(0, run("umask 077; export PATH=" + in_script("setenv PATH") +
-                     "; /usr/bin/setpriv --clear-groups --bounding-set=-all,+chown,+fowner" +
+                     "; caps=" + in_script("capabilities") +
+                     "; /usr/bin/setpriv --clear-groups --bounding-set=-all,+${caps// /,+}" +
                      " --reuid " + in_script("user") + " --regid " + in_script("group") + " " +
                      in_script("service qv_minidump_extractor") + " >/dev/null"));
     EXPECT_THAT(log(), Each(Not(ContainsRegex("[Ff]ail"))));
     EXPECT_THAT(journal(), Contains("set vendor.minidump.cp.status=1"));
     EXPECT_EQ(fs::perms(0770), fs::status(kNewLog + ".tar.gz").permissions());
+    shell("[ $(stat -c %g " + kNewLog + ".tar.gz) = 1000 ]");  // the group system
     EXPECT_TRUE(dump_is_in(kArchive));
 }
