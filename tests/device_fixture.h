@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "image_builder.h"
+#include "image_format.h"
 
 namespace fs = std::filesystem;
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "image_builder.h"
+#include "image_format.h"
 
 // The exit statuses, from 0 on; scripts tell images apart by them. One is thrown to give up, after
 // the message.

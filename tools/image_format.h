@@ -1,4 +1,4 @@
-// Builds minidump partition images for the workstation, whole or piece by piece, and reads them.
+// The layout of a minidump partition image: builds images for the workstation, and reads the table.
 #pragma once
 
 #include <cstddef>

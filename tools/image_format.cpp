@@ -1,4 +1,4 @@
-#include "image_builder.h"
+#include "image_format.h"
 
 #include <algorithm>
 
