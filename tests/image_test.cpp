@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include "device_fixture.h"
 
 using namespace testing;
@@ -6,33 +8,52 @@ class ImageTest : public DeviceTest {};
 
 const std::string kImage = "cd /data; /vendor/bin/minidump_image ";
 
-TEST_F(ImageTest, ExtractsUnsafeAndDoubledNamesUnderSafeOnes) {
-    write_file("/data/image",
-               build_image({{"../up", "1"}, {"a", "2"}, {"a", "3"}, {"\x1b[2J", "4"}}, 0));
-    EXPECT_EQ(0, run(kImage + "extract image out"));
-    EXPECT_THAT(read_file(out_), HasSubstr("../up: 1 bytes to out/region_of_table_entry_1_.._up"));
-    EXPECT_THAT(read_file(out_),
-                HasSubstr("\\x1b[2J: 1 bytes to out/region_of_table_entry_4__[2J"));
-    EXPECT_EQ("3", read_file("/data/out/region_of_table_entry_3_a"));
-    EXPECT_FALSE(fs::exists("/data/up"));
-}
-
-TEST_F(ImageTest, OverwritesNothingOnExtracting) {
-    write_file("/data/image", build_image({{"file", "1"}, {"link", "2"}, {"new", "3"}}, 0));
+TEST_F(ImageTest, ExtractsToNewFilesWithSafeNames) {
+    const std::vector<Region> regions = {{"../up", "1"},   {"a", "2"},    {"a", "3"},
+                                         {"\x1b[2J", "4"}, {"file", "5"}, {"link", "6"}};
+    write_file("/data/image", build_image(regions, 0));
     write_file("/data/out/file", "kept");
     fs::create_symlink("../target", "/data/out/link");
     EXPECT_EQ(1, run(kImage + "extract image out"));
+    EXPECT_EQ(entries_in("/data/out"),
+              Lines({"file", "link", "region_of_table_entry_1_.._up", "region_of_table_entry_2_a",
+                     "region_of_table_entry_3_a", "region_of_table_entry_4_\\x1b[2J"}));
+    EXPECT_EQ("3", read_file("/data/out/region_of_table_entry_3_a"));
     EXPECT_EQ("kept", read_file("/data/out/file"));
+    EXPECT_FALSE(fs::exists("/data/up"));
     EXPECT_FALSE(fs::exists("/data/target"));
-    EXPECT_EQ("3", read_file("/data/out/new"));
+    EXPECT_THAT(read_file(out_), Not(HasSubstr("\x1b")));
 }
 
 TEST_F(ImageTest, OverwritesAnImageOnlyWithForceAndContent) {
     write_file("/data/image", "kept");
+    fs::create_symlink("image", "/data/link");
     write_file("/data/content", "1");
     EXPECT_EQ(1, run(kImage + "make image a=content"));
     EXPECT_EQ(1, run(kImage + "make --force image a=missing"));
+    EXPECT_EQ(1, run(kImage + "make --force link a=content"));
     EXPECT_EQ("kept", read_file("/data/image"));
     EXPECT_EQ(0, run(kImage + "make --force image a=content"));
-    EXPECT_NE("kept", read_file("/data/image"));
+    EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
+}
+
+TEST_F(ImageTest, ExtractsAndReportsDamage) {
+    write_file("/data/minidump.bin", build_image(sample_regions(), 0));
+    shell("cd /data; head -c 100000 minidump.bin >short; head -c 500 minidump.bin >table; "
+          "head -c 50 /dev/zero >zeros; touch empty");
+    const std::tuple<const char*, int, const char*, bool> cases[] = {
+            {"minidump.bin", 0, "", true},
+            {"short", 3, "inconsistent table: regions extend beyond the end", true},
+            {"table", 1, "inconsistent table: it cannot contain that many regions", false},
+            {"zeros", 4, "contains no dump", false},
+            {"empty", 4, "contains no dump", false},
+    };
+    for (const auto& [file, status, error, is_extracted] : cases) {
+        EXPECT_EQ(status, run(kImage + "extract " + file + " out." + file + " 1")) << file;
+        EXPECT_THAT(read_file(err_), HasSubstr(error));
+        EXPECT_EQ(is_extracted ? sample_regions()[0].content : "",
+                  read_file(std::string("/data/out.") + file + "/md_KCONSOLE.BIN"));
+    }
+    EXPECT_EQ(1, run(kImage + "extract minidump.bin out.minidump.bin load.cmm missing"));
+    EXPECT_EQ(entries_in("/data/out.minidump.bin"), Lines({"load.cmm", "md_KCONSOLE.BIN"}));
 }

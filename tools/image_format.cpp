@@ -4,12 +4,8 @@
 
 // The layout is written out here a second time, apart from the tool's own table: an image that
 // followed a slip in the tool's table would hide it from the tests.
-namespace {
-
 constexpr uint64_t kAlignment = 4096;
 constexpr char kUnread = '\xa5';
-
-}  // namespace
 
 void put_number(std::string& image, size_t offset, size_t size, uint64_t value) {
     for (size_t i = 0; i < size; ++i) {
@@ -25,26 +21,6 @@ uint64_t get_number(const std::string& image, size_t offset, size_t size) {
     return value;
 }
 
-uint64_t aligned(uint64_t end) { return (end + kAlignment - 1) / kAlignment * kAlignment; }
-
-std::string build_table(const std::vector<RegionEntry>& regions, uint64_t dump_size) {
-    std::string table((regions.size() + 1) * kRecord, kUnread);
-    table.replace(0, 8, "MINIDUMP");
-    table[12] = '\x01';
-    put_number(table, 36, 8, dump_size);
-    put_number(table, 52, 4, regions.size());
-    size_t record = 0;
-    for (const RegionEntry& region : regions) {
-        record += kRecord;
-        put_number(table, record + 4, 8, region.offset);
-        put_number(table, record + 12, 8, region.size);
-        std::string name = region.name;
-        name.resize(kMaxNameSize, '\0');
-        table.replace(record + 36, name.size(), name);
-    }
-    return table;
-}
-
 RegionEntry read_entry(const std::string& head, size_t k) {
     const size_t record = k * kRecord;
     const std::string name = head.substr(record + 36, kMaxNameSize);
@@ -54,14 +30,23 @@ RegionEntry read_entry(const std::string& head, size_t k) {
 
 std::string build_image(const std::vector<Region>& regions, size_t partition_size) {
     const size_t table_size = (regions.size() + 1) * kRecord;
-    std::string image(std::max(table_size, kTableSpace), '\0');
-    std::vector<RegionEntry> entries;
+    std::string image(table_size, kUnread);
+    image.resize(std::max(table_size, kTableSpace));
+    image.replace(0, 8, "MINIDUMP");
+    image[12] = '\x01';
+    put_number(image, 52, 4, regions.size());
+    size_t record = 0;
     for (const Region& region : regions) {
-        entries.push_back({region.name, image.size(), region.content.size()});
+        record += kRecord;
+        put_number(image, record + 4, 8, image.size());
+        put_number(image, record + 12, 8, region.content.size());
+        std::string name = region.name;
+        name.resize(kMaxNameSize);
+        image.replace(record + 36, kMaxNameSize, name);
         image += region.content;
-        image.resize(aligned(image.size()));
+        image.resize((image.size() + kAlignment - 1) / kAlignment * kAlignment);
     }
-    image.replace(0, table_size, build_table(entries, image.size()));
+    put_number(image, 36, 8, image.size());
     image.resize(std::max(image.size(), partition_size));
     return image;
 }
@@ -75,15 +60,13 @@ std::vector<Region> sample_regions() {
           "[   41.120803] Kernel panic - not syncing: Fatal exception"}) {
         console += std::string(line) + "\n" + std::string(5, '\0');
     }
-    std::string restart = "kernel_panic";
-    restart.resize(100);
     const auto ram = [](size_t size, char seed) {
         std::string bytes(size, '\0');
         std::generate(bytes.begin(), bytes.end(), [&seed] { return seed = seed * 5 + 1; });
         return bytes;
     };
     return {{"md_KCONSOLE.BIN", console},
-            {"MD_RESTARTINFO.BIN", restart},
+            {"MD_RESTARTINFO.BIN", "kernel_panic" + std::string(88, '\0')},
             {"md_MSGRAM0.BIN", ram(20480, 1)},
             {"md_MSGRAM10.BIN", ram(4096, 2)},
             {"md_CODERAM.BIN", ram(65536, 3)},

@@ -8,17 +8,16 @@
 
 inline constexpr size_t kRecord = 64;         // bytes: the header, or a region entry
 inline constexpr size_t kTableSpace = 40960;  // bytes: all that a run reads of header and table
-inline constexpr size_t kMaxRegions = 639;    // that have room there
 inline constexpr size_t kMaxNameSize = 20;    // bytes
 
 struct Region {
-    std::string name;  // up to kMaxNameSize bytes; a longer one is cut
+    std::string name;  // up to kMaxNameSize bytes; a longer one is truncated
     std::string content;
 };
 
 // Where a region lies in an image.
 struct RegionEntry {
-    std::string name;  // up to kMaxNameSize bytes; a longer one is cut
+    std::string name;  // up to kMaxNameSize bytes, any but zero
     uint64_t offset;   // bytes from the start of the image
     uint64_t size;     // bytes
 };
@@ -31,19 +30,12 @@ void put_number(std::string& image, size_t offset, size_t size, uint64_t value);
 // bytes past its end.
 uint64_t get_number(const std::string& image, size_t offset, size_t size);
 
-// Returns the first byte from `end` on, where a region's data ends, that the next one's may take.
-uint64_t aligned(uint64_t end);
-
-// Returns header and table for these regions and a dump of `dump_size` bytes. Bytes that no reader
-// may depend on hold 0xa5.
-std::string build_table(const std::vector<RegionEntry>& regions, uint64_t dump_size);
-
-// Returns region entry `k` (counted from 1) of the table that `head` begins with and holds. The
-// name ends before its first zero byte; any other byte can be in it.
+// Returns region entry `k` (counted from 1) of the table that `head` begins with and contains.
 RegionEntry read_entry(const std::string& head, size_t k);
 
 // Returns a valid partition image: header, region table, then the regions' data, and zeros up to
-// `partition_size` bytes (at least the dump).
+// `partition_size` bytes (at least the dump). Bytes of the table that no reader may depend on are
+// 0xa5.
 std::string build_image(const std::vector<Region>& regions, size_t partition_size);
 
 // Returns the regions of a plausible crash: kernel console, restart record, message RAM and more.

@@ -1,233 +1,180 @@
 // Makes, shows and extracts minidump partition images.
 
 #include <android-base/file.h>
-#include <android-base/stringprintf.h>
-#include <android-base/unique_fd.h>
+#include <android-base/strings.h>
 #include <err.h>
 #include <fcntl.h>
+#include <getopt.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "image_reader.h"
 
-using android::base::StringPrintf;
 using android::base::unique_fd;
 
 namespace {
 
-constexpr uint64_t kPartitionSize = uint64_t{1} << 20;  // bytes, when the dump is not larger
-constexpr size_t kBufferSize = size_t{1} << 20;         // bytes that are copied at a time
-constexpr uint64_t k2GiB = uint64_t{1} << 31;
+constexpr size_t kPartitionSize = size_t{1} << 20;  // bytes, when the dump is not larger
 
 constexpr char kHelp[] =
         R"(usage: minidump_image make [--force] IMAGE [NAME=FILE]...
-           writes an image with these regions, or with a built-in sample crash, to a
-           new file; --force replaces an old one
+           writes an image with these regions, or a sample crash, to a new file;
+           --force replaces an old file
        minidump_image show IMAGE
-           prints the header and the region table
-       minidump_image extract IMAGE DIRECTORY [NAME]...
-           writes all regions, or those named as "show" prints them, to new files; when
-           a name is doubled or not safe for a file, to "region_of_table_entry_N_..."
-exit status: 0 all is well; 1 something cannot be read or written, or a region is cut or
-           missing; 2 wrong arguments; 3 doubtful table: its dump size or count exceeds
-           the image, or its count the 639 entries that a run on a device can know;
-           4 the image holds no dump; 5 gzip, zip, xz or Android sparse-image data
+           prints fields separated by spaces. Line 1: field 6 is the dump size, 8 the
+           region count, 10 the image size. From line 3 on, for each region: its entry
+           number, name, offset and size, then any remarks
+       minidump_image extract IMAGE DIRECTORY [NAME|ENTRY]...
+           writes all regions, or those with a name or entry number as shown, to new
+           files; interrupted, it can leave a file whose name ends in ".part"
+IMAGE is a file or block device.
+exit status: 0  success
+             1  something cannot be read or written, or a region is truncated or missing
+             2  wrong arguments
+             3  inconsistent table: the dump, a region or their number exceeds the image,
+                or the number the 639 that a run on a device can know
+             4  the image contains no dump
 )";
 
-// Writes to the file, which messages call `path`.
-void write(int file, const std::string& path, const std::string& bytes) {
-    check(android::base::WriteFully(file, bytes.data(), bytes.size()), "cannot write " + path);
-}
-
-void print(const std::string& text) { write(STDOUT_FILENO, "standard output", text); }
-
-// Copies up to `most` bytes between two files, from where they stand, and returns how many there
-// were. Messages call the files by their paths.
-uint64_t copy(int from, const std::string& from_path, uint64_t most, int to,
-              const std::string& to_path) {
-    std::string buffer;
-    uint64_t copied = 0;
-    do {
-        buffer.resize(std::min<uint64_t>(most - copied, kBufferSize));
-        const ssize_t count = read(from, buffer.data(), buffer.size());
-        check(count != -1, "cannot read " + from_path);
-        buffer.resize(static_cast<size_t>(count));
-        write(to, to_path, buffer);
-        copied += buffer.size();
-    } while (!buffer.empty());
-    return copied;
-}
-
-// Makes the file `path` and has `fill` write it. What is there already, even a link, is left alone;
-// a file that cannot be completed is removed.
-void write_new_file(const std::string& path, const std::function<void(int)>& fill) {
-    unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    check(file != -1, "cannot write " + path);
-    try {
-        fill(file);
-        check(close(file.release()) == 0, "cannot write " + path);
-    } catch (Status) {
-        unlink(path.c_str());
-        throw;
+// Writes a file, which gets the name `path` when it is complete. If `replaces`, it replaces an old
+// file; otherwise that is a failure. After a failure, reports it, leaves no file and returns false.
+bool write_file(const std::string& path, const std::string& content, bool replaces) {
+    // This is longer than the name of any region, so it is no region's file.
+    const std::string part = path + "." + std::to_string(getpid()) + ".minidump_image.part";
+    unique_fd file(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    const bool succeeded = file != -1 &&
+                           android::base::WriteFully(file, content.data(), content.size()) &&
+                           close(file.release()) == 0 &&
+                           (replaces ? rename : link)(part.c_str(), path.c_str()) == 0;
+    if (!succeeded) {
+        warn("cannot write %s", path.c_str());
     }
+    unlink(part.c_str());
+    return succeeded;
 }
 
-// scripts/bench and scripts/demo read these lines: the header's values, the columns' names, then
-// one line for each entry.
-Status show(const std::string& image_path) {
-    const Image image = open_image(image_path);
-    std::string text =
-            StringPrintf("table set yes   dump size %ju   regions %ju   partition %ju bytes\n",
-                         image.dump_size, image.region_count, image.size);
-    text += StringPrintf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
+// The help says what scripts may read; scripts/bench and scripts/demo do.
+Status show(const std::string& path) {
+    const Image image = open_image(path);
+    std::printf("table set yes   dump size %ju   regions %ju   partition %ju bytes\n",
+                image.dump_size, image.region_count, image.size);
+    std::printf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
     for (size_t i = 0; i < image.regions.size(); ++i) {
-        const auto& [name, offset, size] = image.regions[i];
-        const uint64_t rest = image.size - std::min(offset, image.size);
-        const std::string remarks = remark(offset > image.size || size > rest, "beyond the image") +
-                                    remark(offset >= k2GiB, "offset of 2 GiB or more") +
-                                    remark(size >= k2GiB, "size of 2 GiB or more") +
-                                    name_faults(image.regions, i);
-        text += StringPrintf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(name).c_str(), offset,
-                             size, remarks.c_str());
+        const RegionEntry& region = image.regions[i];
+        const std::string name = file_name(image.regions, i);
+        std::printf("%5zu  %-20s  %12ju  %12ju%s%s\n", i + 1, escaped(region.name).c_str(),
+                    region.offset, region.size,
+                    available(image, region) < region.size ? "  (beyond the image)" : "",
+                    name == region.name ? "" : ("  (extracted as " + name + ")").c_str());
     }
-    print(text);
     return image.status;
 }
 
-// Returns the name of the file for region `index`. One that is not the region's own is longer than
-// the name of any region, so no other has it.
-std::string file_name(const std::vector<RegionEntry>& regions, size_t index) {
-    std::string name = regions[index].name;
-    if (name_faults(regions, index).empty() && escaped(name) == name) {
-        return name;
-    }
-    const auto is_unsafe = [](char byte) { return byte == '/' || escaped({byte}).size() > 1; };
-    std::replace_if(name.begin(), name.end(), is_unsafe, '_');
-    return "region_of_table_entry_" + std::to_string(index + 1) + "_" + name;
-}
-
-// Writes a region to the new file `path`, as far as the image holds it.
-void extract_region(const Image& image, const RegionEntry& region, const std::string& path) {
+// Writes region `index` to a new file in `directory`, as far as the image contains it. Returns
+// whether that was all of it.
+bool extract_region(const Image& image, size_t index, const std::string& directory) {
+    const RegionEntry& region = image.regions[index];
     const std::string name = escaped(region.name);
-    const uint64_t start = std::min(region.offset, image.size);
-    uint64_t size = 0;
-    write_new_file(path, [&](int file) {
-        lseek(image.file, static_cast<off_t>(start), SEEK_SET);
-        size = copy(image.file, name, region.size, file, path);
-    });
-    print(StringPrintf("%s: %ju bytes to %s\n", name.c_str(), size, path.c_str()));
-    require(size == region.size, kFailed, name + " is cut: the image ends before it does");
+    const std::string path = directory + "/" + file_name(image.regions, index);
+    std::string content(available(image, region), '\0');
+    if (!android::base::ReadFullyAtOffset(image.file, content.data(), content.size(),
+                                          static_cast<off_t>(region.offset))) {
+        warn("cannot read %s", name.c_str());
+        return false;
+    }
+    if (!write_file(path, content, false)) {
+        return false;
+    }
+    std::printf("%s: %zu bytes to %s%s\n", name.c_str(), content.size(), path.c_str(),
+                content.size() < region.size ? ", truncated at the end of the image" : "");
+    return content.size() == region.size;
 }
 
-Status extract(const std::string& image_path, const std::string& directory,
-               const std::vector<std::string>& names) {
-    const Image image = open_image(image_path);
-    const bool is_new = mkdir(directory.c_str(), 0777) == 0;
-    check(is_new || (errno == EEXIST && access((directory + "/.").c_str(), F_OK) == 0),
-          "cannot make " + directory);
-    Status status = image.status;
-    std::set<std::string> missing(names.begin(), names.end());
+Status extract(const std::string& path, const std::string& directory,
+               const std::set<std::string>& wanted) {
+    Image image = open_image(path);
+    if (mkdir(directory.c_str(), 0777) == -1 && errno != EEXIST) {
+        err(kFailed, "cannot make the directory %s", directory.c_str());
+    }
+    std::set<std::string> missing = wanted;
     for (size_t i = 0; i < image.regions.size(); ++i) {
-        const RegionEntry& region = image.regions[i];
-        missing.erase(escaped(region.name));
-        if (names.empty() || std::count(names.begin(), names.end(), escaped(region.name)) > 0) {
-            try {
-                extract_region(image, region, directory + "/" + file_name(image.regions, i));
-            } catch (Status fault) {
-                status = fault;
-            }
+        bool is_wanted = wanted.empty();
+        for (const std::string& key : {escaped(image.regions[i].name), std::to_string(i + 1)}) {
+            is_wanted |= wanted.count(key) > 0;
+            missing.erase(key);
+        }
+        if (is_wanted && !extract_region(image, i, directory)) {
+            image.status = kFailed;
         }
     }
-    for (const std::string& name : missing) {
-        warnx("no region is called %s", name.c_str());
-        status = kFailed;
+    for (const std::string& key : missing) {
+        warnx("no region has the name or entry number %s", key.c_str());
+        image.status = kFailed;
     }
-    return status;
+    return image.status;
 }
 
-// Writes an image of `regions` with the data of the FILE of each NAME=FILE.
-void write_image(int image, const std::string& image_path, std::vector<RegionEntry> regions,
-                 const std::vector<std::string>& arguments) {
-    uint64_t end = kTableSpace;
-    for (size_t i = 0; i < regions.size(); ++i) {
-        const std::string path = arguments[i].substr(regions[i].name.size() + 1);
-        lseek(image, static_cast<off_t>(end), SEEK_SET);
-        const uint64_t size = copy(open_for_reading(path), path, UINT64_MAX, image, image_path);
-        regions[i] = {regions[i].name, end, size};
-        end = aligned(end + size);
+Status make(const std::string& path, const std::vector<std::string>& arguments, bool force) {
+    struct stat old {};
+    if (lstat(path.c_str(), &old) == 0 && !(force && S_ISREG(old.st_mode))) {
+        errx(kFailed, "%s exists already (--force replaces a file, nothing else)", path.c_str());
     }
-    // The table comes last: only now are all sizes known.
-    lseek(image, 0, SEEK_SET);
-    write(image, image_path, build_table(regions, end));
-    const uint64_t partition_size = std::max(end, kPartitionSize);
-    check(ftruncate(image, static_cast<off_t>(partition_size)) == 0, "cannot write " + image_path);
-}
-
-Status make(const std::string& image_path, const std::vector<std::string>& arguments, bool force) {
-    require(arguments.size() <= kMaxRegions, kWrongArguments, "more than 639 regions");
-    std::vector<RegionEntry> regions;
+    std::vector<Region> regions;
     for (const std::string& argument : arguments) {
         const size_t name_size = argument.find('=');
-        require(name_size <= kMaxNameSize, kWrongArguments,
-                "not NAME=FILE with a NAME of 1 to 20 bytes: " + argument);
-        regions.push_back({argument.substr(0, name_size), 0, 0});
-        const std::string faults = name_faults(regions, regions.size() - 1);
-        require(faults.empty(), kWrongArguments, "cannot make " + argument + faults);
-    }
-    struct stat status {};
-    require(lstat(image_path.c_str(), &status) == -1 || (force && S_ISREG(status.st_mode)), kFailed,
-            image_path + " exists already (--force replaces a file, nothing else)");
-    const std::string part = image_path + "." + std::to_string(getpid()) + ".part";
-    write_new_file(part, [&](int file) {
-        if (regions.empty()) {
-            write(file, part, build_image(sample_regions(), kPartitionSize));
-        } else {
-            write_image(file, part, regions, arguments);
+        if (name_size == 0 || name_size > kMaxNameSize) {
+            errx(kWrongArguments, "not NAME=FILE with a NAME of 1 to 20 bytes: %s",
+                 argument.c_str());
         }
-        // Without --force, a file that has appeared in the meantime is not replaced either.
-        check(renameat2(AT_FDCWD, part.c_str(), AT_FDCWD, image_path.c_str(),
-                        force ? 0 : RENAME_NOREPLACE) == 0,
-              "cannot write " + image_path);
-    });
-    return kSuccess;
+        regions.push_back({argument.substr(0, name_size), ""});
+        const std::string file = argument.substr(name_size + 1);
+        if (!android::base::ReadFileToString(file, &regions.back().content, true)) {
+            err(kFailed, "cannot read %s", file.c_str());
+        }
+    }
+    const std::string image =
+            build_image(regions.empty() ? sample_regions() : regions, kPartitionSize);
+    return write_file(path, image, force) ? kSuccess : kFailed;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    const auto option = std::find(arguments.begin(), arguments.end(), "--force");
-    const bool force = option != arguments.end();
-    if (force) {
-        arguments.erase(option);
-    }
-    const size_t count = arguments.size();
-    const std::string command = count == 0 ? "" : arguments[0];
-    try {
-        if (std::count(arguments.begin(), arguments.end(), "--help") > 0) {
-            print(kHelp);
+    const option options[] = {
+            {"force", no_argument, nullptr, 'f'}, {"help", no_argument, nullptr, 'h'}, {}};
+    bool force = false;
+    for (int key = 0; (key = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+        if (key == 'h') {
+            std::fputs(kHelp, stdout);
             return kSuccess;
         }
-        if (command == "make" && count >= 2) {
-            return make(arguments[1], {arguments.begin() + 2, arguments.end()}, force);
+        if (key != 'f') {
+            return kWrongArguments;  // getopt_long has reported it
         }
-        if (command == "show" && count == 2 && !force) {
-            return show(arguments[1]);
-        }
-        if (command == "extract" && count >= 3 && !force) {
-            return extract(arguments[1], arguments[2], {arguments.begin() + 3, arguments.end()});
-        }
-    } catch (Status status) {
-        return status;
+        force = true;
     }
-    std::fputs(kHelp, stderr);
-    return kWrongArguments;
+    const std::vector<std::string> arguments(argv + optind, argv + argc);
+    const size_t count = arguments.size();
+    const std::string command = count == 0 ? "" : arguments[0];
+    Status status = kSuccess;
+    if (command == "make" && count >= 2) {
+        status = make(arguments[1], {arguments.begin() + 2, arguments.end()}, force);
+    } else if (command == "show" && count == 2 && !force) {
+        status = show(arguments[1]);
+    } else if (command == "extract" && count >= 3 && !force) {
+        status = extract(arguments[1], arguments[2], {arguments.begin() + 3, arguments.end()});
+    } else {
+        errx(kWrongArguments, "wrong arguments: %s; try --help",
+             android::base::Join(std::vector(argv + 1, argv + argc), ' ').c_str());
+    }
+    if (std::fflush(stdout) != 0) {
+        err(kFailed, "cannot write standard output");
+    }
+    return status;
 }
