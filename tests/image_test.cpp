@@ -6,7 +6,7 @@ using namespace testing;
 
 class ImageTest : public DeviceTest {};
 
-const std::string kImage = "cd /data; /vendor/bin/minidump_image ";
+const std::string kImage = "cd /data; TMPDIR=local /vendor/bin/minidump_image ";
 
 TEST_F(ImageTest, ExtractsToNewFilesWithSafeNames) {
     const std::vector<Region> regions = {{"../up", "1"},   {"a", "2"},    {"a", "3"},
@@ -37,12 +37,18 @@ TEST_F(ImageTest, OverwritesAnImageOnlyWithForceAndContent) {
     EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
 }
 
-TEST_F(ImageTest, ExtractsAndReportsDamage) {
+TEST_F(ImageTest, ReadsADumpArchiveAndReportsDamage) {
     write_file("/data/minidump.bin", build_image(sample_regions(), 0));
-    shell("cd /data; head -c 100000 minidump.bin >short; head -c 500 minidump.bin >table; "
+    shell("cd /data; tar -c minidump.bin | gzip >archive; head -c 1200 archive >truncated; "
+          "head -c 100000 minidump.bin >short; head -c 500 minidump.bin >table; "
           "head -c 50 /dev/zero >zeros; touch empty");
+    std::string damaged = read_file("/data/archive");
+    damaged[damaged.size() - 8] ^= 1;  // in the checksum
+    write_file("/data/damaged", damaged);
     const std::tuple<const char*, int, const char*, bool> cases[] = {
-            {"minidump.bin", 0, "", true},
+            {"archive", 0, "", true},
+            {"truncated", 1, "truncated gzip input", true},
+            {"damaged", 1, "damaged by gzip", true},
             {"short", 3, "inconsistent table: regions extend beyond the end", true},
             {"table", 1, "inconsistent table: it cannot contain that many regions", false},
             {"zeros", 4, "contains no dump", false},
@@ -54,6 +60,6 @@ TEST_F(ImageTest, ExtractsAndReportsDamage) {
         EXPECT_EQ(is_extracted ? sample_regions()[0].content : "",
                   read_file(std::string("/data/out.") + file + "/md_KCONSOLE.BIN"));
     }
-    EXPECT_EQ(1, run(kImage + "extract minidump.bin out.minidump.bin load.cmm missing"));
-    EXPECT_EQ(entries_in("/data/out.minidump.bin"), Lines({"load.cmm", "md_KCONSOLE.BIN"}));
+    EXPECT_EQ(1, run(kImage + "extract archive out.archive load.cmm missing"));
+    EXPECT_EQ(entries_in("/data/out.archive"), Lines({"load.cmm", "md_KCONSOLE.BIN"}));
 }

@@ -18,12 +18,12 @@ struct Image {
     uint64_t dump_size;
     uint64_t region_count;             // as in the header
     std::vector<RegionEntry> regions;  // those that a run can know and the image contains
-    Status status;                     // kSuccess or kInconsistent
+    Status status;  // kSuccess, kFailed when it was not unpacked without fault, or kInconsistent
 };
 
-// Opens the image `path`, a file or block device, and reads its header and table. Reports
-// what is wrong on standard error. Exits with kFailed when the image cannot be read, and with
-// kNoDump when it contains no dump.
+// Opens the image `path`, a file or block device, and reads its header and table. A packed one is
+// unpacked to a temporary file first, as far as possible. Reports what is wrong on standard error.
+// Exits with kFailed when the image cannot be read, and with kNoDump when it contains no dump.
 Image open_image(const std::string& path);
 
 // Returns how many bytes of the region the image contains.

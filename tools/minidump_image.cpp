@@ -33,7 +33,8 @@ constexpr char kHelp[] =
        minidump_image extract IMAGE DIRECTORY [NAME|ENTRY]...
            writes all regions, or those with a name or entry number as shown, to new
            files; interrupted, it can leave a file whose name ends in ".part"
-IMAGE is a file or block device.
+IMAGE is a file or block device. show and extract also take a dump archive or other tar,
+zip, gzip, xz or zstd file; they unpack its first file to TMPDIR, by default /var/tmp.
 exit status: 0  success
              1  something cannot be read or written, or a region is truncated or missing
              2  wrong arguments
