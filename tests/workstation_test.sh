@@ -32,7 +32,7 @@ kill $!
 wait $! || true
 
 mkdir -p "$work"/{scripts,build/demo/mine,full/mine}
-cp scripts/demo "$work/scripts"
+cp scripts/{common,demo} "$work/scripts"
 ln -s /bin/cat "$work/scripts/setup"
 coproc demo { exec "$work/scripts/demo"; }
 read -r _ <&"${demo[0]}"
