@@ -1,6 +1,6 @@
-// The property store of a virtual device: in /dev/__properties__, a file for each property holds
-// its value, and "journal" holds a line for every property_set in order: "set KEY=VALUE", or
-// "refused KEY=VALUE".
+// The property store of a virtual device: in /dev/__properties__, a file for each property contains
+// its value, and "journal" a line for every property_set in order: "set KEY=VALUE", or "refused
+// KEY=VALUE".
 
 #include <cutils/properties.h>
 

@@ -9,7 +9,8 @@ extern "C" {
 #define PROPERTY_VALUE_MAX 92
 
 // Copies the value of `key` to `value`, a buffer of PROPERTY_VALUE_MAX bytes, and returns its
-// length. An unset or empty property gives `default_value`, cut to fit; no default gives "" and 0.
+// length. An unset or empty property gives `default_value`, truncated to fit; no default gives ""
+// and 0.
 int property_get(const char* key, char* value, const char* default_value);
 
 // Sets `key` to `value` (none counts as empty). Returns 0; a negative number when the value is too
