@@ -100,28 +100,26 @@ TEST_F(RunTest, EndsWithoutADump) {
 }
 
 TEST_F(RunTest, TakesDumpSizeAndRegionCountAsTheyStand) {
-    struct Header {
-        const char* name;
-        uint64_t dump_size;
-        uint64_t region_count;
-        size_t listed;  // regions
-    };
-    for (const Header& header : {Header{"zeros", 0, 0, 0}, Header{"whole blocks", 8192, 2, 2},
-                                 Header{"negative count", 4095, 0x80000000, 0},
-                                 Header{"folded size", (uint64_t{1} << 44) + 0x2000, 2, 2},
-                                 Header{"count past the table", 4096, 700, 700}}) {
-        SCOPED_TRACE(header.name);
+    const std::tuple<uint64_t, uint64_t, size_t> headers[] = {
+            // size, count, regions in the list
+            {0, 0, 0},
+            {8192, 2, 2},                          // whole blocks
+            {4095, 0x80000000, 0},                 // a negative count
+            {(uint64_t{1} << 44) + 0x2000, 2, 2},  // the high half folds
+            {4096, 700, 700}};                     // a count beyond the table
+    for (const auto& [dump_size, region_count, listed] : headers) {
+        SCOPED_TRACE(dump_size);
         std::string image = build_image({{"a", "1"}, {"b", "2"}}, 1 << 20);
         put_number(image, 0, 8, 0);      // any magic text is accepted
         put_number(image, 12, 1, 0x81);  // and any other flag
-        put_number(image, 36, 8, header.dump_size);
-        put_number(image, 52, 4, header.region_count);
+        put_number(image, 36, 8, dump_size);
+        put_number(image, 52, 4, region_count);
         crash(image);
         EXPECT_EQ(0, run_tool());
         EXPECT_TRUE(partition_is_erased());
         EXPECT_TRUE(dump_is_in(kArchive));
         const std::string selection = unpack(kPanicDir + "/aop_dump.tar.gz") + "/aop_dump";
-        EXPECT_THAT(lines_of(selection + "/dump_info.txt"), SizeIs(header.listed));
+        EXPECT_THAT(lines_of(selection + "/dump_info.txt"), SizeIs(listed));
     }
 }
 
@@ -137,9 +135,7 @@ TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     EXPECT_EQ(fs::perms(0777), fs::status("/data/other/tmp").permissions());
     EXPECT_THAT(log(), IsSupersetOf({"I Created temp folder: ./tmp",
                                      "E Failed to open file: ./tmp/MD_RESTARTINFO.BIN",
-                                     "I chmod -R 0771 /data/vendor/minidump",
-                                     "I strings md_KCONSOLE.BIN save failed",
-                                     "I dump_info.txt copy failed", "I aop_dump save failed"}));
+                                     "I strings md_KCONSOLE.BIN save failed"}));
 }
 
 struct Fault {
@@ -263,10 +259,10 @@ TEST_F(RunTest, NeitherWaitsForChildrenOfItsCallerNorInheritsItsSignals) {
 
 TEST_F(RunTest, DiesOfCtrlCBeforeTheErase) {
     crash();
-    replace_tool("tar", "kill -INT 0");  // all of the run's process group, as a terminal does
+    replace_tool("gzip", "kill -INT 0");  // to the run's process group, as a terminal does
     EXPECT_EQ(128 + SIGINT, run_tool());
     EXPECT_TRUE(partition_is_untouched());
-    fs::remove("/data/local/bin/tar");
+    fs::remove("/data/local/bin/gzip");
     EXPECT_EQ(0, run_tool());
     EXPECT_TRUE(dump_is_in(kArchive));
 }
