@@ -21,35 +21,32 @@ TEST_F(ExtractionTest, ReadsZerosPastTheEndAndReportsAMissingFile) {
     EXPECT_EQ("007f80ff00", read_raw("/data/file", 2, 5));
     EXPECT_EQ(std::string("b\0\x7f\x80\xff\0\0", 7), byte_read_ascii_str("/data/file", 1, 7));
     EXPECT_THROW(byte_read_ascii_str("/data/file", 0, -1), std::length_error);
+    unsigned char buffer[] = {1, 2, 3, 4};
+    byte_read_raw("/data/file", 4, 4, buffer);
+    EXPECT_THAT(buffer, ElementsAre(0x80, 0xff, 3, 4));
     EXPECT_EQ("", read_raw("/data/missing", 0, 2));
     EXPECT_THAT(log(), ElementsAre("I Failed to open file: /data/missing"));
 }
 
 TEST_F(ExtractionTest, ReadsEachBlockOverTheOneBeforeAndWritesItWhole) {
-    struct Copy {
-        const char* name;
-        std::string source;
-        int block_size;  // bytes
-        int count;
-        int skip;  // bytes
-        std::string expected;
-    };
     const std::string two_zeros(2, '\0');
-    const std::string long_source = std::string(100000, 'a') + std::string(100000, 'b') + "c";
-    for (const Copy& copy :
-         {Copy{"whole blocks", "abcdefg", 3, 2, 0, "abcdef"},
-          Copy{"short block", "abcdefgh", 3, 4, 0, "abcdefghfghf"},
-          Copy{"end after a block", "abcdef", 3, 3, 0, "abcdefdef"},
-          Copy{"short first block", "a", 3, 2, 0, "a" + two_zeros + "a" + two_zeros},
-          Copy{"skip", "abcdef", 2, 2, 1, "bcde"},
-          Copy{"skip past the end", "abc", 2, 1, 4, two_zeros},
-          Copy{"negative skip", "abc", 2, 1, -1, two_zeros}, Copy{"no blocks", "abc", 2, 0, 0, ""},
-          Copy{"negative count", "abc", 2, -1, 0, ""},
-          Copy{"blocks larger than a buffer", long_source, 100000, 3, 0,
-               long_source + std::string(99999, 'b')}}) {
-        write_file("/data/source", copy.source);
-        dump_dd("/data/source", "/data/copy", copy.block_size, copy.count, copy.skip);
-        EXPECT_EQ(copy.expected, read_file("/data/copy")) << copy.name;
+    const std::string large = std::string(100000, 'a') + std::string(100000, 'b') + "c";
+    // source, block size, count, skip, expected copy
+    const std::tuple<std::string, int, int, int, std::string> copies[] = {
+            {"abcdefg", 3, 2, 0, "abcdef"},
+            {"abcdefgh", 3, 4, 0, "abcdefghfghf"},
+            {"abcdef", 3, 3, 0, "abcdefdef"},
+            {"a", 3, 2, 0, "a" + two_zeros + "a" + two_zeros},
+            {"abcdef", 2, 2, 1, "bcde"},
+            {"abc", 2, 1, 4, two_zeros},
+            {"abc", 2, 1, -1, two_zeros},
+            {"abc", 2, 0, 0, ""},
+            {"abc", 2, -1, 0, ""},
+            {large, 100000, 3, 0, large + std::string(99999, 'b')}};
+    for (const auto& [source, block_size, count, skip, expected] : copies) {
+        write_file("/data/source", source);
+        dump_dd("/data/source", "/data/copy", block_size, count, skip);
+        EXPECT_EQ(expected, read_file("/data/copy"));
     }
     dump_dd("/data/missing", "/data/copy", 2, 1, 0);
     EXPECT_EQ(two_zeros, read_file("/data/copy"));

