@@ -86,7 +86,7 @@ void DeviceTest::SetUp() {
     replace_tool("chown", "exit 0");  // an ordinary user's device has no group system
     int subreaper = 0;
     if (prctl(PR_GET_CHILD_SUBREAPER, &subreaper) != 0) {
-        // qemu knows no child subreaper, so tar waits itself: its gzip holds the pipe's other end.
+        // qemu has no child subreaper, so tar waits itself: its gzip has the pipe's other end.
         replace_tool("tar", "set -o pipefail; { toybox tar \"$@\" 2>&1 >&3 | cat >&2; } 3>&1");
     }
     umask(0);

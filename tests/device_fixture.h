@@ -32,8 +32,8 @@ Lines lines_of(const std::string& path);
 // Writes the file, and makes missing directories.
 void write_file(const std::string& path, const std::string& content);
 
-// Makes `names` below `directory`: directories where a name ends in "/", else files that hold their
-// own name.
+// Makes `names` below `directory`: directories where a name ends in "/", else files that contain
+// their own name.
 void make_entries(const std::string& directory, const Lines& names);
 
 // Returns every entry below `directory`, sorted; names of directories end in "/".
@@ -46,7 +46,7 @@ void shell(const std::string& command);
 // Puts a program called `name`, which runs `script`, before the device's own in PATH.
 void replace_tool(const std::string& name, const std::string& script);
 
-// Unpacks the tar.gz archive and returns the directory that then holds its members alone.
+// Unpacks the tar.gz archive and returns the directory that then contains its members alone.
 std::string unpack(const std::string& archive);
 
 class DeviceTest : public testing::Test {
@@ -77,7 +77,7 @@ class DeviceTest : public testing::Test {
     bool partition_is_untouched();
     // Whether zeros cover the dump and its extra block, and nothing behind them changed.
     bool partition_is_erased();
-    // Whether the archive holds minidump.bin alone, with what a run takes of the partition.
+    // Whether the archive contains minidump.bin alone, with what a run takes of the partition.
     bool dump_is_in(const std::string& archive = kArchive);
 
     std::string clock_ = "09:05:03";

@@ -38,8 +38,8 @@ zip, gzip, xz or zstd file; they unpack its first file to TMPDIR, by default /va
 exit status: 0  success
              1  something cannot be read or written, or a region is truncated or missing
              2  wrong arguments
-             3  inconsistent table: the dump, a region or their number exceeds the image,
-                or the number the 639 that a run on a device can know
+             3  inconsistent table: the dump or a region extends beyond the image, or there
+                are more regions than the 639 entries, or the image, have room for
              4  the image contains no dump
 )";
 

@@ -1,4 +1,4 @@
-// One run: turns the crash partition into files that engineers can collect, and frees it.
+// One run: turns the crash partition into files that engineers can collect, and erases it.
 //
 // Log lines, properties and their order are contracts with the rest of the device. Errors are
 // logged at INFO here, on purpose, and almost none of them stops the run.
