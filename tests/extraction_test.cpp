@@ -22,8 +22,8 @@ TEST_F(ExtractionTest, ReadsZerosPastTheEndAndReportsAMissingFile) {
     EXPECT_EQ(std::string("b\0\x7f\x80\xff\0\0", 7), byte_read_ascii_str("/data/file", 1, 7));
     EXPECT_THROW(byte_read_ascii_str("/data/file", 0, -1), std::length_error);
     unsigned char buffer[] = {1, 2, 3, 4};
-    byte_read_raw("/data/file", 4, 4, buffer);
-    EXPECT_THAT(buffer, ElementsAre(0x80, 0xff, 3, 4));
+    byte_read_raw("/data/file", 3, 3, buffer);
+    EXPECT_THAT(buffer, ElementsAre(0x7f, 0x80, 0xff, 4));
     EXPECT_EQ("", read_raw("/data/missing", 0, 2));
     EXPECT_THAT(log(), ElementsAre("I Failed to open file: /data/missing"));
 }
