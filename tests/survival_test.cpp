@@ -24,9 +24,8 @@ INSTANTIATE_TEST_SUITE_P(At, KilledRun,
                                 Moment{"write", kMinidumpDir + "/minidump.bin", 2},
                                 Moment{"openat", kTmpDir + "/dump_info.txt", 9},
                                 Moment{"openat", kTmpDir + "/MD_RESTARTINFO.BIN", 2},
-                                Moment{"openat", kTmpDir, 2}, Moment{"fsync", kArchive, 1},
-                                Moment{"write", kPartition, 1}, Moment{"fsync", kPartition, 1},
-                                Moment{"write", kPartition, 3},
+                                Moment{"fsync", kArchive, 1}, Moment{"write", kPartition, 1},
+                                Moment{"fsync", kPartition, 1}, Moment{"write", kPartition, 3},
                                 Moment{"openat", kLogTree + "/", 2}));
 
 TEST_P(KilledRun, LosesNoDump) {
@@ -37,6 +36,12 @@ TEST_P(KilledRun, LosesNoDump) {
     const bool freed = !partition_is_untouched();
     EXPECT_EQ(freed ? 11 : 0, run_tool());  // nothing left to do, or the whole job
     EXPECT_TRUE(dump_is_in(kArchive));
+}
+
+TEST_F(SurvivalTest, ReportsACommandThatCannotBeStarted) {
+    crash();
+    EXPECT_EQ(0, run(kStrace + "-e inject=clone:error=EAGAIN " + tool()));
+    EXPECT_THAT(log(), Contains("I Compression failed."));
 }
 
 TEST_F(SurvivalTest, FlushesTheArchiveThenTheErasedHeaderThenTheErasedDump) {
