@@ -1,5 +1,5 @@
 #!/bin/sh
-# shellcheck disable=SC2086  # $tool and $program hold a command and its arguments
+# shellcheck disable=SC2086  # $tool and $program are a command with its arguments
 # The benchmark's runs, inside the virtual device: measure.sh BENCH BUILD BYTES RUNS, with the
 # directories of this script and of the programs, and the size of the dump. What is compared runs in
 # turn: each round leaves a CSV file of hyperfine in /data/bench.
@@ -10,8 +10,8 @@ bytes=$3
 runs=$4
 dd=/usr/bin/dd
 partition=/dev/block/by-name/logdump
-place=/data/vendor/minidump
-tool="$build/qv_minidump_extractor x $place"
+minidump_dir=/data/vendor/minidump
+tool="$build/qv_minidump_extractor x $minidump_dir"
 round() {
     # hyperfine's CSV: command, mean, stddev, median, user, system, min, max
     name=$1
@@ -27,11 +27,11 @@ for run in $(toybox seq "$runs"); do
 done
 for run in $(toybox seq "$runs"); do
     $dd if=/dev/zero of=$partition bs=4096 count=10 2>/dev/null
-    # -i: status 11 is meant here; hyperfine warns of it all the same.
+    # -i: status 11 is expected here; hyperfine still warns of it.
     round "none.$run" -i "$tool" "$dd if=$partition of=/data/copy bs=4096 count=10" \
         /usr/bin/true 2>/dev/null
 done
-fresh="sh -c 'cp /data/image $partition; rm -rf $place/minidump_* $place/panic_log_* /mnt/vendor/qv_log'"
+fresh="sh -c 'cp /data/image $partition; rm -rf $minidump_dir/minidump_* $minidump_dir/panic_log_* /mnt/vendor/qv_log'"
 for run in $(toybox seq "$runs"); do
     round "run.$run" --prepare "$fresh" "$tool" "sh $bench/floor.sh $bytes"
 done

@@ -63,7 +63,7 @@ class DeviceTest : public testing::Test {
     int run(const std::string& command);
     int run_tool() { return run(tool()); }
 
-    // Returns the shell's words that start the tool.
+    // Returns the shell command that starts the tool.
     static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
 
     // Returns the records of the system's log buffer since the test began, such as "I message" with

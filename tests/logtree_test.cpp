@@ -69,7 +69,7 @@ TEST_F(LogtreeTest, DatesALogFromTheLocalClockWhenTheLastDumpHasNoDate) {
 }
 
 TEST_F(LogtreeTest, CountsLogsThenRemovesOldOnesAndTrashAndPacksTheRest) {
-    // A tmpfs lists its entries in the order of their making, or the reverse.
+    // A tmpfs lists entries in creation order or its reverse: the largest number is in the middle.
     shell("mount -t tmpfs test " + kDir);
     make_entries(kDir, {"QVpanic_a", "QVpanic_9_a_b", "QVpanic_-9_t", "QVboot_99_t/file",
                         ".hidden/file", "QVpanic_3_t.tar.gz", "QVpanic_008_t.tar.gz",
@@ -133,7 +133,6 @@ TEST_F(LogtreeTest, KeepsTenBootLogsAndFiveOfEachOtherType) {
     EXPECT_THAT(entries_in("/mnt/vendor/qv_log/crash_log"), archives(5, "QVcrash_7_2"));
     EXPECT_THAT(entries_in("/mnt/vendor/qv_log/rescue_log"), archives(5, "QVrescue_7_2"));
     EXPECT_THAT(entries_in("/mnt/vendor/qv_log/ota_log"), archives(5, "QVota_7_2"));
-    EXPECT_THAT(log_type_label, ElementsAre("[Boot]", "[Crash]", "[Rescue]", "[Ota]", "[Panic]"));
 }
 
 TEST_F(LogtreeTest, TruncatesALongCopyCommandAndWarnsOnlyOfTheDefaultDirectory) {

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Runs tests on a loop device in the place of the crash partition:
-# loop_device.sh [OPTION OF virtual_device]... TEST_PROGRAM [ARGUMENT]... Status 77 (skipped) where the
-# machine has none.
+# Runs tests on a loop device as the crash partition:
+# loop_device.sh [OPTION OF virtual_device]... TEST_PROGRAM [ARGUMENT]...
+# Status 77 (skipped) where the machine has none.
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 work=$(mktemp -d)

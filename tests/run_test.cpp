@@ -62,7 +62,7 @@ TEST_F(RunTest, KeepsEveryLimitOverSevenCrashes) {
     }
     EXPECT_THAT(journal(), Contains("set vendor.minidump.files=minidump_2024-01-07-19-05-06.tar.gz,"
                                     "minidump_2024-01-07-19-05-07.tar.gz"));
-    // What goes to standard output directly keeps its place among what the shell commands print.
+    // The tool's own lines on standard output and those of its commands stay in order.
     EXPECT_THAT(read_file(out_), HasSubstr("/panic_log_2024-01-07-19-05-05\"\nQVpanic_5_2024"));
     EXPECT_THAT(entries_in(kLogTree),
                 AllOf(SizeIs(8), Contains("QVpanic_2_2024-01-07-19-05-03.tar.gz"),
@@ -267,8 +267,8 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
     crash();
     write_file(kMinidumpDir + "/foreign", "another service's");
     ASSERT_EQ(0, chown((kMinidumpDir + "/foreign").c_str(), 2000, 2000));
-    const auto in_script = [](const std::string& words) {  // the rest of that line
-        return "$(sed -n 's/^ *" + words + " //p' " DEVICE_DIRECTORY "/qv_minidump_extractor.rc)";
+    const auto in_script = [](const std::string& keyword) {  // what follows it in its line
+        return "$(sed -n 's/^ *" + keyword + " //p' " DEVICE_DIRECTORY "/qv_minidump_extractor.rc)";
     };
     EXPECT_EQ(0, run("umask 077; export PATH=" + in_script("setenv PATH") +
                      "; caps=" + in_script("capabilities") +

@@ -13,7 +13,7 @@ using StagingTest = DeviceTest;
 TEST_F(StagingTest, RemovesIntermediateFilesAndReportsFailures) {
     make_entries(kMinidumpDir, {"header.img", "minidump.bin", "tmp/region", "aop_dump/region",
                                 "aop_dump/d/", "aop_dump/.hidden", "minidump_1"});
-    replace_tool("rm", "toybox rm \"$@\"; exit 1");
+    replace_tool("rm", "toybox rm \"$@\"; exit 1");  // removes, but fails
     work_place_cleanup();
     EXPECT_THAT(entries_in(kMinidumpDir),
                 ElementsAre("aop_dump/", "aop_dump/.hidden", "minidump_1"));

@@ -25,7 +25,7 @@ done
 
 # A device locks out others, even when its directory is removed, and ends with its caller.
 bash -c '"$@"; true' - host/virtual_device "$work/a" sh -c 'echo >/data/started; sleep 60' &
-until [ -e "$work/a/data/started" ]; do sleep 0.1; done
+until [ -e "$work/a/data/started" ]; do kill -0 $!; sleep 0.1; done
 rm -r "$work/a"
 expect 125 "another virtual device runs on $work/a" host/virtual_device "$work/a" toybox true
 expect 2 "another demo or virtual device runs on $work/a" scripts/demo --output "$work/a"

@@ -85,7 +85,6 @@ Image open_image(const std::string& path) {
         err(kFailed, "cannot read %s", path.c_str());
     }
     unpack(image, path.c_str());
-    unpack(image, path.c_str());  // twice, for a dump archive in a zip file
     const off_t end = lseek(image.file, 0, SEEK_END);
     image.size = static_cast<uint64_t>(end);
     std::string head(std::min(image.size, uint64_t{kTableSpace}), '\0');
@@ -105,9 +104,9 @@ Image open_image(const std::string& path) {
         image.regions.push_back(read_entry(head, k));
         is_beyond |= available(image, image.regions.back()) < image.regions.back().size;
     }
-    const auto expect = [&image](bool holds, const char* otherwise) {
-        if (!holds) {
-            warnx("inconsistent table: %s", otherwise);
+    const auto expect = [&image](bool is_met, const char* problem) {
+        if (!is_met) {
+            warnx("inconsistent table: %s", problem);
             image.status = image.status == kSuccess ? kInconsistent : image.status;
         }
     };

@@ -32,9 +32,10 @@ constexpr char kHelp[] =
            number, name, offset and size, then any remarks
        minidump_image extract IMAGE DIRECTORY [NAME|ENTRY]...
            writes all regions, or those with a name or entry number as shown, to new
-           files; interrupted, it can leave a file whose name ends in ".part"
+           files
 IMAGE is a file or block device. show and extract also take a dump archive or other tar,
 zip, gzip, xz or zstd file; they unpack its first file to TMPDIR, by default /var/tmp.
+An interrupted make or extract can leave a file whose name ends in ".part".
 exit status: 0  success
              1  something cannot be read or written, or a region is truncated or missing
              2  wrong arguments
@@ -153,7 +154,7 @@ int main(int argc, char** argv) {
     for (int key = 0; (key = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         if (key == 'h') {
             std::fputs(kHelp, stdout);
-            return kSuccess;
+            return std::fflush(stdout) == 0 ? kSuccess : kFailed;
         }
         if (key != 'f') {
             return kWrongArguments;  // getopt_long has reported it

@@ -94,21 +94,20 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
     if (!block) {
         throw std::bad_alloc();
     }
-    bool readable = false;
     if (input) {
         std::setvbuf(input.get(), input_buffer, _IOFBF, sizeof(input_buffer));
-        readable = std::fseek(input.get(), skip, SEEK_SET) == 0;
     }
-    bool writable = false;
     if (output) {
         std::setvbuf(output.get(), output_buffer, _IOFBF, sizeof(output_buffer));
-        writable = true;
     }
+    bool readable = input && std::fseek(input.get(), skip, SEEK_SET) == 0;
+    bool writable = output != nullptr;
     for (int32_t i = 0; i < count && writable; ++i) {
         // Each block is read over the one before and written whole, however much was read.
         readable = readable && std::fread(block.get(), 1, size, input.get()) == size;
         writable = std::fwrite(block.get(), 1, size, output.get()) == size;
     }
+    // The source is closed first.
     input.reset();
     output.reset();
 }
