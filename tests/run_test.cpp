@@ -9,9 +9,7 @@ using namespace testing;
 
 using RunTest = DeviceTest;
 
-TEST_F(RunTest, AppendsLinesThatEndInCrLfOrReportsWhyNot) {
-    EXPECT_TRUE(writeStringToFile("", "/data/file"));
-    EXPECT_EQ("\r\n", read_file("/data/file"));
+TEST_F(RunTest, ReportsATextFileThatCannotBeOpened) {
     internal::CaptureStderr();
     EXPECT_FALSE(writeStringToFile("a", "/data/missing/file"));
     EXPECT_EQ("Failed to open file: /data/missing/file\n", internal::GetCapturedStderr());

@@ -23,7 +23,6 @@ INSTANTIATE_TEST_SUITE_P(At, KilledRun,
                          Values(Moment{"openat", kMinidumpDir + "/minidump.bin", 1},
                                 Moment{"write", kMinidumpDir + "/minidump.bin", 2},
                                 Moment{"openat", kTmpDir + "/dump_info.txt", 9},
-                                Moment{"openat", kTmpDir + "/MD_RESTARTINFO.BIN", 2},
                                 Moment{"fsync", kArchive, 1}, Moment{"write", kPartition, 1},
                                 Moment{"fsync", kPartition, 1}, Moment{"write", kPartition, 3},
                                 Moment{"openat", kLogTree + "/", 2}));
