@@ -15,7 +15,7 @@
 #include <regex>
 #include <stdexcept>
 
-#include "driver/run_values.h"
+#include "common/run_values.h"
 
 using namespace testing;
 

@@ -3,8 +3,8 @@
 
 #include <stdexcept>
 
+#include "common/timestamp.h"
 #include "device_fixture.h"
-#include "driver/timestamp.h"
 #include "logtree/log_types.h"
 #include "logtree/panic_log.h"
 #include "logtree/retention.h"

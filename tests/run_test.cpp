@@ -2,8 +2,8 @@
 
 #include <chrono>
 
+#include "common/text_file.h"
 #include "device_fixture.h"
-#include "driver/text_file.h"
 
 using namespace testing;
 

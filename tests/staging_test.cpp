@@ -1,7 +1,7 @@
 #include <chrono>
 
+#include "common/run_values.h"
 #include "device_fixture.h"
-#include "driver/run_values.h"
 #include "staging/folder_limit.h"
 #include "staging/upload_files.h"
 #include "staging/work_place.h"

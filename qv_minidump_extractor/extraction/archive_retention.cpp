@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "driver/run_values.h"
-#include "driver/shell.h"
+#include "common/run_values.h"
+#include "common/shell.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "driver/run_values.h"
+#include "common/run_values.h"
 #include "extraction/partition_access.h"
 
 namespace {

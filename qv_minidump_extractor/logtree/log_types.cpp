@@ -8,7 +8,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "driver/run_values.h"
+#include "common/run_values.h"
 
 const std::array<std::string, kLogTypeCount> log_type_name = {"boot", "crash", "rescue", "ota",
                                                               "panic"};

@@ -5,8 +5,8 @@
 
 #include <cstdio>
 
-#include "driver/run_values.h"
-#include "driver/shell.h"
+#include "common/run_values.h"
+#include "common/shell.h"
 #include "logtree/type_directory.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <vector>
 
-#include "driver/shell.h"
+#include "common/shell.h"
 #include "logtree/log_types.h"
 
 namespace {

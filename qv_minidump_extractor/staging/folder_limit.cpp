@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/run_values.h"
+#include "common/run_values.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "driver/run_values.h"
-#include "driver/shell.h"
+#include "common/run_values.h"
+#include "common/shell.h"
 #include "staging/work_place.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "driver/run_values.h"
-#include "driver/shell.h"
+#include "common/run_values.h"
+#include "common/shell.h"
 
 int create_panic_folder() {
     struct stat status = {};

@@ -1,4 +1,4 @@
-#include "driver/run_values.h"
+#include "common/run_values.h"
 
 const std::string logdump_partition_path = "/dev/block/by-name/logdump";
 std::string work_dir;

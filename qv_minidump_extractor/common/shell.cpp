@@ -1,4 +1,4 @@
-#include "driver/shell.h"
+#include "common/shell.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>

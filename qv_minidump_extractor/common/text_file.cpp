@@ -1,4 +1,4 @@
-#include "driver/text_file.h"
+#include "common/text_file.h"
 
 #include <fstream>
 #include <iostream>

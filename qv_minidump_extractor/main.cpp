@@ -15,10 +15,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "driver/run_values.h"
-#include "driver/shell.h"
-#include "driver/text_file.h"
-#include "driver/timestamp.h"
+#include "common/run_values.h"
+#include "common/shell.h"
+#include "common/text_file.h"
+#include "common/timestamp.h"
 #include "extraction/archive_retention.h"
 #include "extraction/partition_access.h"
 #include "extraction/region_table.h"
@@ -39,7 +39,7 @@ constexpr uint64_t kMaxPanicDirectories = 2;
 
 // Waits until no other run uses the partition, and keeps later ones waiting: one run would erase
 // the dump while another still copies it. The kernel unlocks once this process and the keeper of
-// its last command (driver/shell.cpp) have both ended. A failure is ignored.
+// its last command (common/shell.cpp) have both ended. A failure is ignored.
 void lock_partition() {
     const int partition = open(logdump_partition_path.c_str(), O_RDONLY | O_CLOEXEC);
     flock(partition, LOCK_EX);

@@ -1,4 +1,4 @@
-#include "driver/timestamp.h"
+#include "common/timestamp.h"
 
 #include <time.h>
 
@@ -6,7 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
-#include "driver/run_values.h"
+#include "common/run_values.h"
 
 std::string GetCurrentTimestamp() {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
