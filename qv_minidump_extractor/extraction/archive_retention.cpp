@@ -1,6 +1,7 @@
 #include "extraction/archive_retention.h"
 
 #include <android-base/logging.h>
+#include <android-base/strings.h>
 #include <cutils/properties.h>
 
 #include <algorithm>
@@ -23,20 +24,12 @@ std::vector<std::string> archive_names_in(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         std::string name = entry.path().filename().string();
-        if (entry.is_regular_file() && name.rfind(kArchivePrefix, 0) == 0) {
+        if (entry.is_regular_file() && android::base::StartsWith(name, kArchivePrefix)) {
             names.push_back(std::move(name));
         }
     }
     std::sort(names.begin(), names.end());
     return names;
-}
-
-std::string joined_by_commas(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) {
-        text += text.empty() ? name : "," + name;
-    }
-    return text;
 }
 
 // Runs `command` in the shell and logs it, and its failure.
@@ -60,7 +53,7 @@ void check_minidump_num(const std::string& directory) {
     // Always the directory that other services collect from, whatever `directory` is.
     run_logged("chmod -R 0771 " + minidump_dir);
     run_logged("chown -R root:system " + minidump_dir);
-    const std::string kept_names = joined_by_commas(names);
+    const std::string kept_names = android::base::Join(names, ',');
     LOG(INFO) << "Preserved files: " << kept_names;
     property_set("vendor.minidump.files", kept_names.c_str());
 }

@@ -1,6 +1,7 @@
 #include "logtree/retention.h"
 
 #include <android-base/logging.h>
+#include <android-base/strings.h>
 #include <cutils/properties.h>
 #include <libgen.h>
 
@@ -14,29 +15,8 @@
 #include "common/shell.h"
 #include "logtree/log_types.h"
 
-namespace {
-
-bool begins_with(const std::string& name, const std::string& prefix) {
-    return name.compare(0, prefix.size(), prefix) == 0;
-}
-
-// Returns the parts of `name` separated by "_", empty ones included.
-std::vector<std::string> parts_of(const std::string& name) {
-    std::vector<std::string> parts(1);
-    for (const char c : name) {
-        if (c == '_') {
-            parts.emplace_back();
-        } else {
-            parts.back() += c;
-        }
-    }
-    return parts;
-}
-
-}  // namespace
-
 int64_t get_boot_count_by_file_name(const std::string& name) {
-    const std::vector<std::string> parts = parts_of(name);
+    const std::vector<std::string> parts = android::base::Split(name, "_");
     if (parts.size() == 3 && parts[1].find_first_not_of("0123456789") == std::string::npos) {
         // Throws for an empty part and for a number too large, on purpose.
         return std::stoll(parts[1]);
@@ -49,7 +29,7 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix) 
     int64_t largest = -1;
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
         const std::string name = entry.path().filename().string();
-        if (begins_with(name, prefix)) {
+        if (android::base::StartsWith(name, prefix)) {
             const int64_t number = get_boot_count_by_file_name(name);
             if (number < 0) {
                 continue;
@@ -68,7 +48,7 @@ bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
         const std::string name = entry.path().filename().string();
         const std::string path = dir + name;
-        if (!begins_with(name, prefix)) {
+        if (!android::base::StartsWith(name, prefix)) {
             if (name[0] != '.' && QVRemoveFile(path) != 0) {
                 return true;
             }

@@ -1,5 +1,7 @@
 #include "staging/folder_limit.h"
 
+#include <android-base/strings.h>
+
 #include <algorithm>
 #include <iostream>
 #include <string>
@@ -15,7 +17,8 @@ struct Candidate {
 };
 
 bool is_panic_directory_name(const std::string& name) {
-    return name.rfind(kPanicLogStem, 0) == 0 || name.rfind("last_kmsg", 0) == 0;
+    return android::base::StartsWith(name, kPanicLogStem) ||
+           android::base::StartsWith(name, "last_kmsg");
 }
 
 }  // namespace
