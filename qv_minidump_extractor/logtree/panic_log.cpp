@@ -3,7 +3,9 @@
 #include <android-base/logging.h>
 #include <cutils/properties.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <cstddef>
+#include <string>
 
 #include "common/run_values.h"
 #include "common/shell.h"
@@ -11,7 +13,7 @@
 
 namespace {
 
-constexpr size_t kCommandSize = 512;  // bytes, the terminating zero byte included
+constexpr size_t kMaxCommandLength = 511;  // characters
 
 }  // namespace
 
@@ -39,17 +41,14 @@ void copy_panic_log(core_log_type type) {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(kLastDumpProperty, value, kPanicLogStem);
     const std::string directory = value;
-    const std::string full_command = "cp " + minidump_dir + "/" + directory + "/* " + new_log_path;
-    char command[kCommandSize];
+    std::string command = "cp " + minidump_dir + "/" + directory + "/* " + new_log_path;
     // Only the default directory has a fallback, on purpose. Any other command that is too long is
     // run truncated.
-    if (full_command.size() >= kCommandSize && directory == kPanicLogStem) {
-        LOG(WARNING) << full_command << " exceed 512 length, using default path";
-        snprintf(command, sizeof(command), "cp -r %s/%s/* %s", minidump_dir.c_str(), kPanicLogStem,
-                 new_log_path.c_str());
-    } else {
-        snprintf(command, sizeof(command), "%s", full_command.c_str());
+    if (command.size() > kMaxCommandLength && directory == kPanicLogStem) {
+        LOG(WARNING) << command << " exceed 512 length, using default path";
+        command = "cp -r " + minidump_dir + "/" + kPanicLogStem + "/* " + new_log_path;
     }
+    command.resize(std::min(command.size(), kMaxCommandLength));
     LOG(INFO) << log_type_label[type] << __func__ << ": " << command;
     run_command(command);
 }
