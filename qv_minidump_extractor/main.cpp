@@ -32,9 +32,8 @@ namespace {
 
 constexpr int kExitInvalidArguments = 22;
 constexpr char kStatusProperty[] = "vendor.minidump.cp.status";
-constexpr int32_t kBlockShift = 12;
-constexpr int32_t kBlockSize = 1 << kBlockShift;  // bytes
-constexpr int32_t kHeaderBlocks = 10;             // room for 639 region entries
+constexpr int32_t kBlockSize = 4096;   // bytes
+constexpr int32_t kHeaderBlocks = 10;  // room for 639 region entries
 constexpr uint64_t kMaxPanicDirectories = 2;
 
 // Waits until no other run uses the partition, and keeps later ones waiting: one run would erase
@@ -132,7 +131,7 @@ int main(int argc, char** argv) {
     const uint32_t dump_size = read_number(header_path, kHeaderRecord, kDumpSize);
     LOG(INFO) << "dump size is " << dump_size;
     // One more than the number of whole blocks, on purpose, also for a multiple of the block size.
-    const auto dump_blocks = static_cast<int32_t>((dump_size >> kBlockShift) + 1);
+    const auto dump_blocks = static_cast<int32_t>(dump_size / kBlockSize + 1);
     dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks, 0);
     md_region_count = static_cast<int32_t>(read_number(header_path, kHeaderRecord, kRegionCount));
     make_tmp_directory(work_dir + "/" + kTmpDirectory);
