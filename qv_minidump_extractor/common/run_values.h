@@ -22,15 +22,11 @@ extern const std::string minidump_dir;
 // This run's panic directory; main appends "_" and the timestamp.
 extern std::string panic_log_dir;
 
-// This run's time, in the shape of kTimestampFormat.
+// This run's time, in the shape of kTimestampFormat (common/timestamp.h).
 extern std::string current_timestamp;
 
 // Unused; a fixed name of the device.
 extern const std::string vantix_dir;
-
-// Local time, to the second. Later times sort later as text, unless the local clock is set back.
-// None contains a "_", which separates the parts of names.
-inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 
 // The start of panic directory names. Also the default of kLastDumpProperty.
 inline constexpr char kPanicLogStem[] = "panic_log";

@@ -6,8 +6,6 @@
 #include <iomanip>
 #include <sstream>
 
-#include "common/run_values.h"
-
 std::string GetCurrentTimestamp() {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local_time = {};

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "common/run_values.h"
+#include "common/timestamp.h"
 
 const std::array<std::string, kLogTypeCount> log_type_name = {"boot", "crash", "rescue", "ota",
                                                               "panic"};
