@@ -1,5 +1,10 @@
 // The log types and the naming of log directories. /mnt/vendor/qv_log/ contains a directory for
 // each type, and each of these contains numbered, dated log directories and their archives.
+//
+// In this folder, failures that are not returned are thrown: std::filesystem::filesystem_error when
+// a directory cannot be listed or a mode cannot be set, std::invalid_argument when the number in a
+// log's name is empty, and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches
+// them; they abort the run.
 #pragma once
 
 #include <array>
@@ -35,13 +40,11 @@ extern std::array<LogTypeEntry, kLogTypeCount> log_type_table;
 // otherwise.
 bool reject_bad_log_type(core_log_type type, const char* operation);
 
-// Sets the mode of `path` to 0770, if its status can be read and says that it exists. Throws
-// std::filesystem::filesystem_error when the mode cannot be set.
+// Sets the mode of `path` to 0770, if its status can be read and says that it exists.
 void chang_to_qv_log_mod(const std::string& path);
 
 // Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
-// before. Returns 0 when something is there afterwards, even a plain file; 1 otherwise. Throws what
-// chang_to_qv_log_mod throws.
+// before. Returns 0 when something is there afterwards, even a plain file; 1 otherwise.
 int qv_create_dir_str(const std::string& path);
 
 // Returns the current local time in the shape of kTimestampFormat.
@@ -50,6 +53,5 @@ std::string getCurrentTimeFormatted();
 // Names and makes the next log directory of `type`. Records its paths in log_type_table even when
 // it cannot be made. The name of a panic log ends in what follows the last "_" in
 // kLastDumpProperty; if that is empty, and for every other type, it ends in the current time.
-// Returns 0; 1 when the directory could not be made; kBadLogType. Throws what qv_create_dir_str
-// throws.
+// Returns 0; 1 when the directory could not be made; kBadLogType.
 int create_type_new_qv_log_dir(core_log_type type);

@@ -3,8 +3,7 @@
 #include "logtree/log_types.h"
 
 // Files this run's panic directory as the next panic log: opens the log, copies the directory's
-// files, closes the log. Nothing is copied when the log cannot be opened. Throws what
-// prepare_type_log_and_dir and clean_type_log_and_dir throw.
+// files, closes the log. Nothing is copied when the log cannot be opened.
 void copy_to_qv_log();
 
 // Copies the files at the top of this run's panic directory to the directory of the log of `type`

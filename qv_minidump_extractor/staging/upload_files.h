@@ -10,5 +10,5 @@ int copyFilesWithMatchingName(const std::string& source_dir, const std::string& 
 
 // Fills this run's panic directory for upload: the kernel console's text, and an archive of the
 // selected region files. Returns -1 when the directory could not be prepared; 0 otherwise, whatever
-// failed later. Throws what create_panic_folder throws.
+// failed later. Throws std::filesystem::filesystem_error when an old directory cannot be emptied.
 int copy_upload_files();
