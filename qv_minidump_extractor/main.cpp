@@ -1,7 +1,7 @@
 // One run: turns the crash partition into files that engineers can collect, and erases it.
 //
-// Log lines, properties and their order are contracts with the rest of the device. Errors are
-// logged at INFO here, on purpose, and almost none of them stops the run.
+// Contract: other programs read the log lines, with their severities, and the properties, in this
+// order. Here and in staging/ errors are logged at INFO, too. Almost none of them stops the run.
 
 #include <android-base/logging.h>
 #include <cutils/properties.h>
@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
         LOG(INFO) << "Invalid arguments.";
         return kExitInvalidArguments;
     }
-    // Required, but unused.
+    // Keep, without effect: the first argument is required, but not read.
     [[maybe_unused]] const std::string first_argument = argv[1];
     work_dir = argc == 2 ? "." : argv[2];
     lock_partition();
@@ -130,7 +130,7 @@ int main(int argc, char** argv) {
 
     const uint32_t dump_size = read_number(header_path, kHeaderRecord, kDumpSize);
     LOG(INFO) << "dump size is " << dump_size;
-    // One more than the number of whole blocks, on purpose, also for a multiple of the block size.
+    // Keep: one more than the number of whole blocks, also for a multiple of the block size.
     const auto dump_blocks = static_cast<int32_t>(dump_size / kBlockSize + 1);
     dump_dd(logdump_partition_path, work_dir + "/" + kDumpImage, kBlockSize, dump_blocks, 0);
     md_region_count = static_cast<int32_t>(read_number(header_path, kHeaderRecord, kRegionCount));
@@ -146,10 +146,11 @@ int main(int argc, char** argv) {
     work_place_cleanup();
 
     // Flush the archive and its directory entry first: once the zeros reach storage, the archive is
-    // the only copy. The partition is erased even when the archive failed, on purpose.
+    // the only copy. Keep: the erase also follows a failed archive. Losing that dump is accepted.
     flush_to_storage(work_dir + "/" + archive_name);
     flush_to_storage(work_dir);
     erase_dump(dump_blocks);
+    // Keep: the log tree is not timed.
     const auto end = std::chrono::steady_clock::now();
     copy_to_qv_log();
     LOG(INFO) << "Time taken: "

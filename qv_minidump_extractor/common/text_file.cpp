@@ -9,7 +9,7 @@ bool writeStringToFile(const std::string& text, const std::string& path) {
         std::cerr << "Failed to open file: " << path << std::endl;
         return false;
     }
-    // CR LF on purpose. Do not turn it into a plain line feed.
+    // Keep: CR LF, not a plain line feed.
     file << text << "\r\n";
     file.close();
     return true;

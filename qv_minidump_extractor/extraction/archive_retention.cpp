@@ -18,8 +18,8 @@ namespace {
 // Do not raise it: three names of 35 characters do not fit into a property (91 characters).
 constexpr size_t kMaxArchives = 2;
 
-// Returns the names of the dump archives in `directory`, sorted by name and not by file time, on
-// purpose.
+// Returns the names of the dump archives in `directory`, sorted. The time is in the name; the time
+// of the file does not count.
 std::vector<std::string> archive_names_in(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {

@@ -52,7 +52,7 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
 std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length) {
     std::ifstream file(path, std::ios::binary);
     if (file.fail()) {
-        // ERROR here but INFO in read_raw, on purpose.
+        // Keep: ERROR here, but INFO in read_raw.
         LOG(ERROR) << "Failed to open file: " << path;
         return "";
     }
@@ -62,15 +62,15 @@ std::string byte_read_ascii_str(const std::string& path, std::streampos position
 uint32_t unsigned_hex2dec(const std::string& text) {
     uint32_t result = 0;
     unsigned int shift = 0;
-    // One stream for all pairs, on purpose: a pair that cannot be read stays in it, so that it and
-    // all later ones count as 0.
+    // Keep one stream for all pairs: a pair that cannot be read stays in it, so that it and all
+    // later ones count as 0.
     std::stringstream pairs;
     for (size_t i = 0; i < text.size(); i += 2) {
         pairs << text.substr(i, 2);
         uint32_t value = 0;
         pairs >> std::hex >> value;
         pairs.clear();
-        // The shift wraps, on purpose: the fifth byte is ORed onto the first, and so on.
+        // Keep: the shift wraps, so the fifth byte is ORed onto the first, and so on.
         result |= value << (shift % 32);
         shift += 8;
     }

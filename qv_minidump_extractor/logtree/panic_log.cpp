@@ -20,7 +20,7 @@ constexpr size_t kMaxCommandLength = 511;  // characters
 void copy_to_qv_log() {
     const int result = prepare_type_log_and_dir(kPanicLogType);
     if (result != 0) {
-        // The message names the operation by this shorter name on purpose. Keep it.
+        // Keep: the message names the operation by this shorter name.
         LOG(ERROR) << log_type_label[kPanicLogType] << __func__
                    << ": prepare_type_log_dir failed, result: " << result;
         return;
@@ -42,8 +42,8 @@ void copy_panic_log(core_log_type type) {
     property_get(kLastDumpProperty, value, kPanicLogStem);
     const std::string directory = value;
     std::string command = "cp " + minidump_dir + "/" + directory + "/* " + new_log_path;
-    // Only the default directory has a fallback, on purpose. Any other command that is too long is
-    // run truncated.
+    // Keep: only the default directory has a fallback. Any other command that is too long is run
+    // truncated.
     if (command.size() > kMaxCommandLength && directory == kPanicLogStem) {
         LOG(WARNING) << command << " exceed 512 length, using default path";
         command = "cp -r " + minidump_dir + "/" + kPanicLogStem + "/* " + new_log_path;

@@ -18,7 +18,7 @@
 int64_t get_boot_count_by_file_name(const std::string& name) {
     const std::vector<std::string> parts = android::base::Split(name, "_");
     if (parts.size() == 3 && parts[1].find_first_not_of("0123456789") == std::string::npos) {
-        // Throws for an empty part and for a number too large, on purpose.
+        // Keep: this throws for an empty part and for a number too large.
         return std::stoll(parts[1]);
     }
     LOG(ERROR) << "error file name " << name << " ret.size() " << parts.size();
@@ -36,6 +36,7 @@ int64_t get_new_qv_log_count(const std::string& dir, const std::string& prefix) 
             }
             largest = std::max(largest, number);
         }
+        // Keep: ERROR, though the line is routine.
         LOG(ERROR) << "find file :" << name;
     }
     // Saturate: INT64_MAX + 1 would overflow.
@@ -60,8 +61,8 @@ bool remove_old_and_trash_file(int64_t new_log_count, const std::string& dir,
                 return true;
             }
         } else if (name.find("tar") == std::string::npos) {
-            // "tar" anywhere in a name counts as an archive, on purpose. The tool's own names
-            // contain it only in ".tar.gz".
+            // Keep: "tar" anywhere in a name counts as an archive. The tool's own names contain it
+            // only in ".tar.gz".
             tar_and_delete_dir(path, true);
         }
     }
@@ -79,6 +80,7 @@ int QVRemoveFile(const std::string& path) {
         LOG(ERROR) << "remove failed: " << path << error;
         return -1;
     }
+    // Keep: ERROR, though nothing failed.
     LOG(ERROR) << "remove pass: " << path;
     return 0;
 }
@@ -95,7 +97,7 @@ int tar_and_delete_dir(const std::string& path, bool remove_after) {
     // The line breaks are part of these messages.
     LOG(INFO) << command << "\n";
     if (run_command(command) != 0) {
-        // The message names the parent, not the directory that failed, on purpose. Keep it.
+        // Keep: the message names the parent, not the directory that failed.
         LOG(INFO) << parent << " save failed\n";
     } else {
         LOG(INFO) << parent << "/" << name << " save as " << archive << "\n";

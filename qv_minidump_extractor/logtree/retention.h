@@ -1,6 +1,5 @@
 // Counts, prunes and packs the logs in a type's directory: log directories and archives called
-// prefix, number, "_", time. logtree/log_types.h says what is thrown. Routine lines are logged at
-// ERROR too, on purpose: keep the severities.
+// prefix, number, "_", time. logtree/log_types.h says what is thrown.
 #pragma once
 
 #include <cstdint>

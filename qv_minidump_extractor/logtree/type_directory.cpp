@@ -16,6 +16,7 @@ int prepare_type_log_and_dir(core_log_type type) {
     }
     // Counted before the pruning, so that archives made there keep their numbers.
     entry.new_log_count = get_new_qv_log_count(entry.log_dir, entry.prefix);
+    // Keep: ERROR, though the line is routine.
     LOG(ERROR) << label << __func__ << ": new_log_count: " << entry.new_log_count;
     if (remove_old_and_trash_file(entry.new_log_count, entry.log_dir, entry.prefix,
                                   static_cast<int32_t>(entry.max_log_count))) {
@@ -25,7 +26,7 @@ int prepare_type_log_and_dir(core_log_type type) {
         return -1;
     }
     if (create_type_new_qv_log_dir(type) != 0) {
-        // The message names the operation by this shorter name on purpose. Keep it.
+        // Keep: the message names the operation by this shorter name.
         LOG(ERROR) << label << __func__ << ": create_new_qv_log_dir failed!";
         return -1;
     }
