@@ -13,7 +13,7 @@ partition=/dev/block/by-name/logdump
 minidump_dir=/data/vendor/minidump
 tool="$build/qv_minidump_extractor x $minidump_dir"
 round() {
-    # hyperfine's CSV: command, mean, stddev, median, user, system, min, max
+    # A row of hyperfine's CSV begins with the command and its mean time in seconds.
     name=$1
     shift
     /usr/bin/hyperfine -N --runs 1 --style none --export-csv "/data/bench/$name" "$@" >/dev/null
