@@ -1,7 +1,8 @@
 // One run: turns the crash partition into files that engineers can collect, and erases it.
 //
-// Contract: other programs read the log lines, with their severities, and the properties, in this
-// order. Here and in staging/ errors are logged at INFO, too. Almost none of them stops the run.
+// Contract: the properties, which other services read, and the log lines with their severities, all
+// in this order. Here and in staging/ a log line about an error is INFO, too. Almost no error stops
+// the run.
 
 #include <android-base/logging.h>
 #include <cutils/properties.h>
@@ -63,8 +64,8 @@ void make_tmp_directory(const std::string& tmp_path) {
     }
 }
 
-// Regions and their list go to the minidump directory, and the regions' header is read there. Later
-// steps read them in the working directory. The two are normally the same; keep both.
+// Regions and their list go to the minidump directory, and the regions are found by the header copy
+// there. Later steps read them in the working directory. The two are normally the same; keep both.
 void extract_regions(const std::string& header_path) {
     for (int32_t i = 0; i < md_region_count; ++i) {
         get_md_by_section_num(i + 1, minidump_dir, "");

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// The shape of every time in a name: local, to the second. A timestamp contains no "_", which
+// The shape of the times in names: local, to the second. A timestamp contains no "_", which
 // separates the parts of names. Later ones sort later as text, unless the local clock is set back.
 inline constexpr char kTimestampFormat[] = "%Y-%m-%d-%H-%M-%S";
 

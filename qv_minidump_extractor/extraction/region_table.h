@@ -43,7 +43,7 @@ std::string read_region_name(const std::string& header_path, int32_t section_num
 
 // Copies the data of region entry `section_num` (counted from 1) of "header.img" in `directory` to
 // a file of the region's name in "tmp" there. The third argument is ignored. Reports no error of
-// its own: an entry that cannot be read counts as zeros, whose empty name writes no file. A region
-// offset of 2 GiB or more gives a file of zeros. Throws std::bad_alloc for a region of 2 GiB or
-// more, or one that the memory has no room for.
+// its own: an entry that cannot be read counts as zeros, whose empty name writes no file. An offset
+// that reads as 2 GiB or more gives a file of zeros. Throws std::bad_alloc for a size that reads as
+// 2 GiB or more, or that the memory has no room for.
 void get_md_by_section_num(int32_t section_num, const std::string& directory, const std::string&);

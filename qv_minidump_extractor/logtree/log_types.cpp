@@ -28,7 +28,8 @@ std::array<LogTypeEntry, kLogTypeCount> log_type_table = {{
 
 namespace {
 
-// Returns the time in the name of this run's panic directory; empty when it contains none.
+// Returns what follows the last "_" in the name of this run's panic directory, normally its time;
+// empty when nothing does.
 std::string panic_directory_time() {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(kLastDumpProperty, value, kPanicLogStem);

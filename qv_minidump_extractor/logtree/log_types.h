@@ -1,10 +1,10 @@
 // The log types and the naming of log directories. /mnt/vendor/qv_log/ contains a directory for
 // each type, and each of these contains numbered, dated log directories and their archives.
 //
-// In this folder, failures that are not returned are thrown: std::filesystem::filesystem_error when
-// a directory cannot be listed or a mode cannot be set, std::invalid_argument when the number in a
-// log's name is empty, and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches
-// them; they abort the run.
+// The functions of this folder throw std::filesystem::filesystem_error when a directory cannot be
+// listed or a mode cannot be set, std::invalid_argument when the number in a log's name is empty,
+// and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches these, so they abort
+// the run. Other failures are returned, or only logged.
 #pragma once
 
 #include <array>
@@ -29,7 +29,7 @@ struct LogTypeEntry {
     std::string new_log_path_no_sign;  // the same without the "/"
 };
 
-// One entry for each type; filled before main.
+// Filled before main; an array has one entry for each type.
 extern const std::array<std::string, kLogTypeCount> log_type_name;  // no operation reads it
 extern const std::array<std::string, kLogTypeCount> log_type_label;
 extern const std::string qv_log_root;
@@ -44,7 +44,8 @@ bool reject_bad_log_type(core_log_type type, const char* operation);
 void chang_to_qv_log_mod(const std::string& path);
 
 // Makes the directory `path` and its parents, and sets its mode to 0770, also when it was there
-// before. Returns 0 when something is there afterwards, even a plain file; 1 otherwise.
+// before. Returns 0 when `path` exists afterwards, which a plain file does unless `path` ends in
+// "/"; 1 otherwise.
 int qv_create_dir_str(const std::string& path);
 
 // Returns the current local time in the shape of kTimestampFormat.

@@ -9,5 +9,5 @@ void copy_to_qv_log();
 // Copies the files at the top of this run's panic directory to the directory of the log of `type`
 // that was opened last; an ERROR line when there is none. A failed copy is not reported. A command
 // of 512 characters or more is truncated and still run. When kLastDumpProperty has its default
-// value, a recursive copy is run instead, after a WARNING line, and truncated in the same way.
+// value, such a command is first replaced by a recursive copy, with a WARNING line.
 void copy_panic_log(core_log_type type);
