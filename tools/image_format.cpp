@@ -21,13 +21,6 @@ uint64_t get_number(const std::string& image, size_t offset, size_t size) {
     return value;
 }
 
-RegionEntry read_entry(const std::string& head, size_t k) {
-    const size_t record = k * kRecord;
-    const std::string name = head.substr(record + 36, kMaxNameSize);
-    return {name.substr(0, name.find('\0')), get_number(head, record + 4, 8),
-            get_number(head, record + 12, 8)};
-}
-
 std::string build_image(const std::vector<Region>& regions, size_t partition_size) {
     const size_t table_size = (regions.size() + 1) * kRecord;
     std::string image(table_size, kUnread);
@@ -52,14 +45,11 @@ std::string build_image(const std::vector<Region>& regions, size_t partition_siz
 }
 
 std::vector<Region> sample_regions() {
-    std::string console("\0\0\1\2", 4);
-    for (const char* line :
-         {"[    0.000000] Booting Linux on physical CPU 0x0000000000 [0x410fd034]",
-          "[   41.120774] Unable to handle kernel NULL pointer dereference",
-          "[   41.120781] Internal error: Oops: 96000045 [#1] PREEMPT SMP",
-          "[   41.120803] Kernel panic - not syncing: Fatal exception"}) {
-        console += std::string(line) + "\n" + std::string(5, '\0');
-    }
+    const std::string console =
+            "\1\2[    0.000000] Booting Linux on physical CPU 0x0000000000 [0x410fd034]\n"
+            "[   41.120774] Unable to handle kernel NULL pointer dereference\n"
+            "[   41.120781] Internal error: Oops: 96000045 [#1] PREEMPT SMP\n"
+            "[   41.120803] Kernel panic - not syncing: Fatal exception\n";
     const auto ram = [](size_t size, char seed) {
         std::string bytes(size, '\0');
         std::generate(bytes.begin(), bytes.end(), [&seed] { return seed = seed * 5 + 1; });

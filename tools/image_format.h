@@ -1,4 +1,4 @@
-// The layout of a minidump partition image: builds images for the workstation, and reads the table.
+// The layout of a minidump partition image: builds images for the workstation, and reads numbers.
 #pragma once
 
 #include <cstddef>
@@ -15,13 +15,6 @@ struct Region {
     std::string content;
 };
 
-// Where a region lies in an image.
-struct RegionEntry {
-    std::string name;  // up to kMaxNameSize bytes, any but zero
-    uint64_t offset;   // bytes from the start of the image
-    uint64_t size;     // bytes
-};
-
 // Writes `value` into `image` at byte `offset`, little-endian in `size` bytes (1 to 8). The image
 // must reach that far.
 void put_number(std::string& image, size_t offset, size_t size, uint64_t value);
@@ -29,9 +22,6 @@ void put_number(std::string& image, size_t offset, size_t size, uint64_t value);
 // Returns the little-endian number of `size` bytes (1 to 8) at byte `offset` of `image`; 0 for
 // bytes past its end.
 uint64_t get_number(const std::string& image, size_t offset, size_t size);
-
-// Returns region entry `k` (counted from 1) of the table that `head` begins with and contains.
-RegionEntry read_entry(const std::string& head, size_t k);
 
 // Returns a valid partition image: header, region table, then the regions' data, and zeros up to
 // `partition_size` bytes (at least the dump). Bytes of the table that no reader may depend on are

@@ -16,31 +16,25 @@
 
 #include "image_reader.h"
 
-using android::base::unique_fd;
-
 namespace {
 
 constexpr size_t kPartitionSize = size_t{1} << 20;  // bytes, when the dump is not larger
 
 constexpr char kHelp[] =
         R"(usage: minidump_image make [--force] IMAGE [NAME=FILE]...
-           writes an image with these regions, or a sample crash, to a new file;
-           --force replaces an old file
+           writes these regions, or a sample crash, to a new file; --force replaces one
        minidump_image show IMAGE
-           prints fields separated by spaces. Line 1: field 6 is the dump size, 8 the
-           region count, 10 the image size. From line 3 on, for each region: its entry
-           number, name, offset and size, then any remarks
+           lists the regions. Scripts may read: in line 1, field 6 is the dump size,
+           8 the region count, 10 the image size; from line 3 on, the first four fields
        minidump_image extract IMAGE DIRECTORY [NAME|ENTRY]...
-           writes all regions, or those with a name or entry number as shown, to new
-           files
-IMAGE is a file or block device. show and extract also take a dump archive or other tar,
-zip, gzip, xz or zstd file; they unpack its first file to TMPDIR, by default /var/tmp.
-An interrupted make or extract can leave a file whose name ends in ".part".
+           writes all regions, or those with a name or entry number, to new files; the
+           name of an incomplete one gets ".truncated" at its end
+IMAGE is a file or block device. show and extract also take a dump archive, which tar
+unpacks to TMPDIR, by default /var/tmp. "--" ends the options.
 exit status: 0  success
-             1  something cannot be read or written, or a region is truncated or missing
+             1  something cannot be read or written, or a region is incomplete or missing
              2  wrong arguments
-             3  inconsistent table: the dump or a region extends beyond the image, or there
-                are more regions than the 639 entries, or the image, have room for
+             3  inconsistent table; standard error says how
              4  the image contains no dump
 )";
 
@@ -49,7 +43,8 @@ exit status: 0  success
 bool write_file(const std::string& path, const std::string& content, bool replaces) {
     // This is longer than the name of any region, so it is no region's file.
     const std::string part = path + "." + std::to_string(getpid()) + ".minidump_image.part";
-    unique_fd file(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    android::base::unique_fd file(
+            open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     const bool succeeded = file != -1 &&
                            android::base::WriteFully(file, content.data(), content.size()) &&
                            close(file.release()) == 0 &&
@@ -61,7 +56,7 @@ bool write_file(const std::string& path, const std::string& content, bool replac
     return succeeded;
 }
 
-// The help says what scripts may read; scripts/bench and scripts/demo do.
+// Contract: the help says what scripts may read. scripts/bench does.
 Status show(const std::string& path) {
     const Image image = open_image(path);
     std::printf("table set yes   dump size %ju   regions %ju   partition %ju bytes\n",
@@ -69,11 +64,12 @@ Status show(const std::string& path) {
     std::printf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
     for (size_t i = 0; i < image.regions.size(); ++i) {
         const RegionEntry& region = image.regions[i];
-        const std::string name = file_name(image.regions, i);
-        std::printf("%5zu  %-20s  %12ju  %12ju%s%s\n", i + 1, escaped(region.name).c_str(),
+        std::printf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(region.name).c_str(),
                     region.offset, region.size,
-                    available(image, region) < region.size ? "  (beyond the image)" : "",
-                    name == region.name ? "" : ("  (extracted as " + name + ")").c_str());
+                    region.available < region.size ? "  (beyond the image)" : "");
+    }
+    if (image.status == kInconsistent) {
+        warnx("%s", kHint);
     }
     return image.status;
 }
@@ -83,41 +79,59 @@ Status show(const std::string& path) {
 bool extract_region(const Image& image, size_t index, const std::string& directory) {
     const RegionEntry& region = image.regions[index];
     const std::string name = escaped(region.name);
-    const std::string path = directory + "/" + file_name(image.regions, index);
-    std::string content(available(image, region), '\0');
+    std::string content(region.available, '\0');
+    const bool is_complete = region.available == region.size;
+    if (region.available == 0) {
+        warnx("%s: the image contains nothing of it", name.c_str());
+        return is_complete;
+    }
     if (!android::base::ReadFullyAtOffset(image.file, content.data(), content.size(),
                                           static_cast<off_t>(region.offset))) {
         warn("cannot read %s", name.c_str());
         return false;
     }
+    const std::string path =
+            directory + "/" + file_name(image.regions, index) + (is_complete ? "" : ".truncated");
     if (!write_file(path, content, false)) {
         return false;
     }
-    std::printf("%s: %zu bytes to %s%s\n", name.c_str(), content.size(), path.c_str(),
-                content.size() < region.size ? ", truncated at the end of the image" : "");
-    return content.size() == region.size;
+    std::printf("%s: %zu bytes to %s\n", name.c_str(), content.size(), path.c_str());
+    return is_complete;
 }
 
 Status extract(const std::string& path, const std::string& directory,
                const std::set<std::string>& wanted) {
     Image image = open_image(path);
-    if (mkdir(directory.c_str(), 0777) == -1 && errno != EEXIST) {
-        err(kFailed, "cannot make the directory %s", directory.c_str());
+    const Status opened = image.status;
+    // The "/." refuses a file.
+    if ((mkdir(directory.c_str(), 0777) == -1 && errno != EEXIST) ||
+        access((directory + "/.").c_str(), W_OK | X_OK) == -1) {
+        err(kFailed, "cannot write to the directory %s", directory.c_str());
     }
     std::set<std::string> missing = wanted;
+    size_t incomplete = 0;
     for (size_t i = 0; i < image.regions.size(); ++i) {
+        const RegionEntry& region = image.regions[i];
         bool is_wanted = wanted.empty();
-        for (const std::string& key : {escaped(image.regions[i].name), std::to_string(i + 1)}) {
+        for (const std::string& key : {region.name, escaped(region.name), std::to_string(i + 1)}) {
             is_wanted |= wanted.count(key) > 0;
             missing.erase(key);
         }
-        if (is_wanted && !extract_region(image, i, directory)) {
-            image.status = kFailed;
+        if (is_wanted) {
+            incomplete += region.available < region.size ? 1 : 0;
+            image.status = extract_region(image, i, directory) ? image.status : kFailed;
         }
     }
     for (const std::string& key : missing) {
-        warnx("no region has the name or entry number %s", key.c_str());
+        warnx("no region has the name or entry number %s; \"show\" lists both", key.c_str());
         image.status = kFailed;
+    }
+    if (opened == kFailed) {
+        warnx("every extracted file may be wrong, %zu regions are incomplete: get the archive "
+              "again",
+              incomplete);
+    } else if (opened == kInconsistent) {
+        warnx("%s", kHint);
     }
     return image.status;
 }
@@ -131,8 +145,7 @@ Status make(const std::string& path, const std::vector<std::string>& arguments, 
     for (const std::string& argument : arguments) {
         const size_t name_size = argument.find('=');
         if (name_size == 0 || name_size > kMaxNameSize) {
-            errx(kWrongArguments, "not NAME=FILE with a NAME of 1 to 20 bytes: %s",
-                 argument.c_str());
+            errx(kWrongArguments, "not NAME=FILE, NAME up to 20 bytes: %s", argument.c_str());
         }
         regions.push_back({argument.substr(0, name_size), ""});
         const std::string file = argument.substr(name_size + 1);
@@ -151,25 +164,24 @@ int main(int argc, char** argv) {
     const option options[] = {
             {"force", no_argument, nullptr, 'f'}, {"help", no_argument, nullptr, 'h'}, {}};
     bool force = false;
+    bool help = false;
     for (int key = 0; (key = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
-        if (key == 'h') {
-            std::fputs(kHelp, stdout);
-            return std::fflush(stdout) == 0 ? kSuccess : kFailed;
-        }
-        if (key != 'f') {
+        if (key == '?') {
             return kWrongArguments;  // getopt_long has reported it
         }
-        force = true;
+        help |= key == 'h';
+        force |= key == 'f';
     }
     const std::vector<std::string> arguments(argv + optind, argv + argc);
-    const size_t count = arguments.size();
-    const std::string command = count == 0 ? "" : arguments[0];
+    const std::string command = arguments.empty() ? "" : arguments[0];
     Status status = kSuccess;
-    if (command == "make" && count >= 2) {
+    if (help) {
+        std::fputs(kHelp, stdout);
+    } else if (command == "make" && arguments.size() >= 2) {
         status = make(arguments[1], {arguments.begin() + 2, arguments.end()}, force);
-    } else if (command == "show" && count == 2 && !force) {
+    } else if (command == "show" && arguments.size() == 2 && !force) {
         status = show(arguments[1]);
-    } else if (command == "extract" && count >= 3 && !force) {
+    } else if (command == "extract" && arguments.size() >= 3 && !force) {
         status = extract(arguments[1], arguments[2], {arguments.begin() + 3, arguments.end()});
     } else {
         errx(kWrongArguments, "wrong arguments: %s; try --help",
