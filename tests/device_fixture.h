@@ -75,7 +75,7 @@ class DeviceTest : public testing::Test {
     static Lines journal();
 
     bool partition_is_untouched();
-    // Whether zeros cover the dump and its extra block, and nothing behind them changed.
+    // Whether zeros cover the dump and its extra block, and nothing else.
     bool partition_is_erased();
     // Whether the archive contains minidump.bin alone, with what a run takes of the partition.
     bool dump_is_in(const std::string& archive = kArchive);

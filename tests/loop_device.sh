@@ -1,14 +1,15 @@
 #!/bin/bash
 # Runs tests on a loop device as the crash partition:
 # loop_device.sh [OPTION OF virtual_device]... TEST_PROGRAM [ARGUMENT]...
-# Status 77 (skipped) where the machine has none.
+# Status 77 (skipped) where the machine has none. Also fails when the device's node was replaced.
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 truncate -s 2M "$work/partition"
-device=$(losetup -f --show "$work/partition") || exit 77
+device=$(losetup -f --show "$work/partition") || { echo "skipped: no loop device"; exit 77; }
 trap 'losetup -d "$device"; rm -rf "$work"' EXIT
 mkdir -p "$work/root/dev/block/by-name"
 ln -s "$device" "$work/root/dev/block/by-name/logdump"
 "$here/../host/virtual_device" "$work/root" "$@"
+[ -b "$work/root/dev/block/by-name/logdump" ] || { echo "the node was replaced"; exit 1; }

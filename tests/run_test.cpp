@@ -28,6 +28,7 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
     crash(image);
     fs::remove(kTmpDir);
     EXPECT_EQ(0, run_tool());
+    EXPECT_TRUE(partition_is_erased());
     Lines records = log();
     EXPECT_THAT(records.back(), MatchesRegex("I Time taken: [0-9]+ ms"));
     records.pop_back();

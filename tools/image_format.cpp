@@ -40,7 +40,7 @@ std::string build_image(const std::vector<Region>& regions, size_t partition_siz
         image.resize((image.size() + kAlignment - 1) / kAlignment * kAlignment);
     }
     put_number(image, 36, 8, image.size());
-    image.resize(std::max(image.size(), partition_size));
+    image.resize(std::max(image.size(), partition_size), kUnread);
     return image;
 }
 

@@ -23,9 +23,9 @@ void put_number(std::string& image, size_t offset, size_t size, uint64_t value);
 // bytes past its end.
 uint64_t get_number(const std::string& image, size_t offset, size_t size);
 
-// Returns a valid partition image: header, region table, then the regions' data, and zeros up to
-// `partition_size` bytes (at least the dump). Bytes of the table that no reader may depend on are
-// 0xa5.
+// Returns a valid partition image: header, region table, then the regions' data, up to
+// `partition_size` bytes (at least the dump). Bytes of the table that no reader may depend on, and
+// those behind the dump, are 0xa5.
 std::string build_image(const std::vector<Region>& regions, size_t partition_size);
 
 // Returns the regions of a plausible crash: kernel console, restart record, message RAM and more.
