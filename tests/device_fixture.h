@@ -67,7 +67,8 @@ class DeviceTest : public testing::Test {
     static std::string tool(const std::string& arguments = "logdump " + kMinidumpDir);
 
     // Returns the records of the system's log buffer since the test began, such as "I message" with
-    // the severity's letter. A record of another buffer is there as host/logd.cpp wrote it.
+    // the severity's letter, or "I" for an empty one. A record of another buffer is there as
+    // host/logd.cpp wrote it.
     static Lines log();
 
     // Returns the calls of property_set since the test began, in order: "set KEY=VALUE" or "refused

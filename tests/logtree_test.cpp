@@ -113,8 +113,8 @@ TEST_F(LogtreeTest, RemovesADirectoryAlsoWhenItsPackingFails) {
     make_entries("/data", {"log/file"});
     replace_tool("tar", "cp /dev/__properties__/vendor.qv_dump.last_panic_log /data/seen; exit 1");
     EXPECT_EQ(0, tar_and_delete_dir("/data/log", true));
-    EXPECT_THAT(log(), ElementsAre("I tar -zcvf /data/log.tar.gz -C /data log", "I ",
-                                   "I /data save failed", "I ", "E remove pass: /data/log"));
+    EXPECT_THAT(log(), ElementsAre("I tar -zcvf /data/log.tar.gz -C /data log", "I",
+                                   "I /data save failed", "I", "E remove pass: /data/log"));
     EXPECT_EQ("log", read_file("/data/seen"));  // set before the command runs
 }
 
