@@ -138,6 +138,8 @@ struct Fault {
     bool packed = true;
 };
 
+void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
+
 class RunWithFault : public DeviceTest, public WithParamInterface<Fault> {};
 
 const std::string kPrepare = "E [Panic]prepare_type_log_and_dir: ";
