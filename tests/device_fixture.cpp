@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
-#include <stdexcept>
 
 #include "common/run_values.h"
 
@@ -57,11 +56,7 @@ Lines entries_in(const std::string& directory) {
     return names;
 }
 
-void shell(const std::string& command) {
-    if (system(command.c_str()) != 0) {
-        throw std::runtime_error("failed: " + command);
-    }
-}
+void shell(const std::string& command) { ASSERT_EQ(0, system(command.c_str())) << command; }
 
 void replace_tool(const std::string& name, const std::string& script) {
     fs::remove(kTools + name);

@@ -39,8 +39,8 @@ void make_entries(const std::string& directory, const Lines& names);
 // Returns every entry below `directory`, sorted; names of directories end in "/".
 Lines entries_in(const std::string& directory);
 
-// Runs a command in the device's shell. Throws std::runtime_error when it fails. A file system that
-// it mounts from "test" is unmounted when the test ends.
+// Runs a command in the device's shell. The test fails when it fails. A file system that it mounts
+// from "test" is unmounted when the test ends.
 void shell(const std::string& command);
 
 // Puts a program called `name`, which runs `script`, before the device's own in PATH.

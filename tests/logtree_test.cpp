@@ -1,9 +1,7 @@
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
-#include "common/timestamp.h"
 #include "device_fixture.h"
 #include "logtree/log_types.h"
 #include "logtree/panic_log.h"
@@ -22,50 +20,27 @@ class LogtreeTest : public DeviceTest {
     void SetUp() override {
         DeviceTest::SetUp();
         fs::create_directories(kDir);
-        static const auto initial_table = log_type_table;
-        log_type_table = initial_table;
     }
 };
 
 }  // namespace
 
-TEST_F(LogtreeTest, RejectsABadTypeOrOneWithoutANewLog) {
+TEST_F(LogtreeTest, RejectsABadType) {
     EXPECT_EQ(-22, create_type_new_qv_log_dir(5));
     EXPECT_EQ(-22, prepare_type_log_and_dir(5));
-    clean_type_log_and_dir(4294967295);
-    copy_panic_log(6);
-    copy_panic_log(1);
-    clean_type_log_and_dir(4);
-    EXPECT_THAT(log(),
-                ElementsAre("E create_type_new_qv_log_dir: error core_log_type: 5",
-                            "E prepare_type_log_and_dir: error core_log_type: 5",
-                            "E clean_type_log_and_dir: error core_log_type: 4294967295",
-                            "E copy_panic_log: error core_log_type: 6",
-                            "E [Crash]copy_panic_log: new_log_path not exist!",
-                            "E [Panic]clean_type_log_and_dir: new_log_path_no_sign not exist!"));
+    clean_type_log_and_dir(5);
+    copy_panic_log(5);
+    EXPECT_THAT(log(), AllOf(SizeIs(4), Each(EndsWith(": error core_log_type: 5"))));
 }
 
 TEST_F(LogtreeTest, MakesDirectoriesThatOwnerAndGroupCanUse) {
     umask(0077);
     EXPECT_EQ(0, qv_create_dir_str("/data/a/"));
     EXPECT_EQ(fs::perms(0770), fs::status("/data/a").permissions());
-    write_file("/data/file", "");
-    EXPECT_EQ(0, qv_create_dir_str("/data/file"));  // it only asks whether something is there
-    EXPECT_EQ(1, qv_create_dir_str("/data/file/b"));
-    EXPECT_THAT(log(), ElementsAre("I is create: /data/a/", "I is create: /data/file",
-                                   "I Cannot create: /data/file/b errgeneric:20"));
+    EXPECT_EQ(1, qv_create_dir_str("/dev/null/b"));
+    EXPECT_THAT(log(),
+                ElementsAre("I is create: /data/a/", "I Cannot create: /dev/null/b errgeneric:20"));
     EXPECT_THROW(chang_to_qv_log_mod("/usr/lib"), fs::filesystem_error);  // is read-only
-}
-
-TEST_F(LogtreeTest, DatesALogFromTheLocalClockWhenTheLastDumpHasNoDate) {
-    write_file(kLastDump, "panic_");
-    internal::CaptureStdout();
-    const std::string before = kDir + "QVpanic_0_" + GetCurrentTimestamp();
-    usleep(20000);  // the log tree's clock may lag behind by a tick
-    EXPECT_EQ(0, create_type_new_qv_log_dir(4));
-    const std::string after = kDir + "QVpanic_0_" + GetCurrentTimestamp();
-    EXPECT_THAT(log_type_table[4].new_log_path_no_sign, AllOf(Ge(before), Le(after)));
-    EXPECT_EQ("", internal::GetCapturedStdout());
 }
 
 TEST_F(LogtreeTest, CountsLogsThenRemovesOldOnesAndTrashAndPacksTheRest) {
@@ -106,7 +81,6 @@ TEST_F(LogtreeTest, ReportsALogOrTrashThatCannotBeRemoved) {
     EXPECT_THAT(log(), ElementsAre("E remove failed: " + kDir + "QVpanic_1_tgeneric:16",
                                    "E remove file not exist: /data/missing"));
     EXPECT_TRUE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
-    EXPECT_TRUE(remove_old_and_trash_file(8, kDir, "QVboot_", 5));
 }
 
 TEST_F(LogtreeTest, RemovesADirectoryAlsoWhenItsPackingFails) {
@@ -118,37 +92,16 @@ TEST_F(LogtreeTest, RemovesADirectoryAlsoWhenItsPackingFails) {
     EXPECT_EQ("log", read_file("/data/seen"));  // set before the command runs
 }
 
-TEST_F(LogtreeTest, KeepsTenBootLogsAndFiveOfEachOtherType) {
-    make_entries("/mnt/vendor/qv_log/boot_log", {"trash_99_t"});
-    for (int i = 0; i < 12; ++i) {
-        for (core_log_type type = 0; type < 4; ++type) {
-            EXPECT_EQ(0, prepare_type_log_and_dir(type));
-            clean_type_log_and_dir(type);
-        }
-    }
-    const auto archives = [](size_t count, const std::string& oldest) {
-        return AllOf(SizeIs(count), Each(EndsWith(".tar.gz")), Contains(StartsWith(oldest)));
-    };
-    EXPECT_THAT(entries_in("/mnt/vendor/qv_log/boot_log"), archives(10, "QVboot_2_2"));
-    EXPECT_THAT(entries_in("/mnt/vendor/qv_log/crash_log"), archives(5, "QVcrash_7_2"));
-    EXPECT_THAT(entries_in("/mnt/vendor/qv_log/rescue_log"), archives(5, "QVrescue_7_2"));
-    EXPECT_THAT(entries_in("/mnt/vendor/qv_log/ota_log"), archives(5, "QVota_7_2"));
-}
-
 TEST_F(LogtreeTest, TruncatesALongCopyCommandAndWarnsOnlyOfTheDefaultDirectory) {
-    const std::string command = "cp /data/vendor/minidump/panic_log/* ";
-    const std::string path(512 - command.size(), '/');
     replace_tool("cp", "echo cp \"$@\" >>/data/seen");
-    log_type_table[4].new_log_path = path;
+    log_type_table[4].new_log_path = std::string(475, '/');  // 512 characters in all
     copy_panic_log(4);
     write_file(kLastDump, "panic_dir");
     copy_panic_log(4);
     const std::string record = "I [Panic]copy_panic_log: ";
-    const std::string recursive = "cp -r /data/vendor/minidump/panic_log/* " + path;
-    const std::string other = "cp /data/vendor/minidump/panic_dir/* " + path;
     EXPECT_THAT(log(),
-                ElementsAre("W " + command + path + " exceed 512 length, using default path",
-                            record + recursive.substr(0, 511), record + other.substr(0, 511)));
-    EXPECT_THAT(lines_of("/data/seen"),
-                ElementsAre(recursive.substr(0, 511), other.substr(0, 511)));
+                ElementsAre(ContainsRegex("^W cp /data/.*/ exceed 512 length, using default path$"),
+                            StartsWith(record + "cp -r /data/vendor/minidump/panic_log/* /"),
+                            StartsWith(record + "cp /data/vendor/minidump/panic_dir/* /")));
+    EXPECT_THAT(lines_of("/data/seen"), AllOf(SizeIs(2), Each(SizeIs(511))));
 }

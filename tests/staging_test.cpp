@@ -69,10 +69,6 @@ TEST_F(StagingTest, CopiesExactlyTheSelectionInItsOrder) {
     EXPECT_THAT(log(), Contains(StartsWith("I Filesystem error: ")).Times(selection.size()));
 }
 
-TEST_F(StagingTest, CopiesNoDirectory) {
-    EXPECT_EQ(1, copyFilesWithMatchingName(kMinidumpDir, "/data", "tmp"));
-}
-
 TEST_F(StagingTest, DeletesThePanicDirectoriesModifiedFirst) {
     const Lines oldest_first = {"old_panic_log", "panic_lo",   "last_kms",
                                 "panic_log_9",   "last_kmsg2", "panic_log"};
