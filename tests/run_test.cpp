@@ -249,12 +249,16 @@ TEST_F(RunTest, RunsAsInitStartsIt) {
     crash();
     write_file(kMinidumpDir + "/foreign", "another service's");
     ASSERT_EQ(0, chown((kMinidumpDir + "/foreign").c_str(), 2000, 2000));
-    const auto in_script = [](const std::string& keyword) {  // what follows it in its line
-        return "$(sed -n 's/^ *" + keyword + " //p' " DEVICE_DIRECTORY "/qv_minidump_extractor.rc)";
+    const std::string script = read_file(DEVICE_DIRECTORY "/qv_minidump_extractor.rc");
+    const auto in_script = [&script](const std::string& keyword) {  // what follows it in its line
+        std::smatch match;
+        std::regex_search(script, match, std::regex("\n *" + keyword + " (.*)"));
+        return match.str(1);
     };
+    // init's umask, PATH, supplementary groups, capabilities, user, group and command.
     EXPECT_EQ(0, run("umask 077; export PATH=" + in_script("setenv PATH") +
-                     "; caps=" + in_script("capabilities") +
-                     "; /usr/bin/setpriv --clear-groups --bounding-set=-all,+${caps// /,+}" +
+                     "; exec /usr/bin/setpriv --clear-groups --bounding-set=-all,+" +
+                     std::regex_replace(in_script("capabilities"), std::regex(" "), ",+") +
                      " --reuid " + in_script("user") + " --regid " + in_script("group") + " " +
                      in_script("service qv_minidump_extractor") + " >/dev/null"));
     EXPECT_THAT(log(), Each(Not(ContainsRegex("[Ff]ail"))));
