@@ -23,6 +23,10 @@ for root in "" / /proc/self/root; do
         bwrap --ro-bind / / host/virtual_device "$root" toybox true
 done
 
+# A device has the time zone of TZ, and nothing else of the caller's environment.
+expect 0 "+0300" env TZ=XXX-3 host/virtual_device "$work/a" date +%z
+expect 1 "" env HOSTS=1 host/virtual_device "$work/a" sh -c "env | grep HOSTS"
+
 # A device locks out others, even when its directory is removed, and ends with its caller.
 bash -c '"$@"; true' - host/virtual_device "$work/a" sh -c 'echo >/data/started; sleep 60' &
 until [ -e "$work/a/data/started" ]; do kill -0 $!; sleep 0.1; done
