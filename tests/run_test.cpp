@@ -111,6 +111,7 @@ TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
     make_entries(kMinidumpDir, {"panic_log_1/", "panic_log_2/"});
     crash();
     write_file(kMinidumpDir + "/header.img", read_file(kPartition).substr(0, kTableSpace));
+    fs::remove(kTmpDir);
     EXPECT_EQ(0, run("cd /data/other; " + tool("logdump")));
     EXPECT_THAT(entries_in("/data/other"),
                 ElementsAre("header.img", "minidump.bin", "minidump_2",
@@ -122,6 +123,7 @@ TEST_F(RunTest, PacksInAnyDirectoryButTakesRegionsFromTheFixedOne) {
                                      "I strings md_KCONSOLE.BIN save failed",
                                      "I dump_info.txt copy failed", "I aop_dump save failed"}));
     EXPECT_THAT(read_file(out_), HasSubstr("Deleted directory: \"" + kMinidumpDir));
+    EXPECT_THAT(read_file(err_), HasSubstr("Failed to open file: " + kTmpDir + "/dump_info.txt\n"));
 }
 
 struct Fault {
