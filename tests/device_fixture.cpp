@@ -112,7 +112,7 @@ std::string DeviceTest::tool(const std::string& arguments) {
 }
 
 Lines DeviceTest::log() {
-    static const std::regex head("^system [^ ]{5} [^ ]{8} [0-9]+ ([A-Z]) [^:]+:( $)?");
+    static const std::regex head("^system [0-9-]{5} [0-9:]{8} [0-9]+ ([A-Z]) [^:]+:( $)?");
     Lines records = lines_of("/dev/log/records");
     for (std::string& record : records) {
         record = std::regex_replace(record, head, "$1");

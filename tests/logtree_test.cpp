@@ -48,15 +48,16 @@ TEST_F(LogtreeTest, CountsLogsThenRemovesOldOnesAndTrashAndPacksTheRest) {
     shell("mount -t tmpfs test " + kDir);
     make_entries(kDir, {"QVpanic_a", "QVpanic_9_a_b", "QVpanic_-9_t", "QVboot_99_t/file",
                         ".hidden/file", "QVpanic_3_t.tar.gz", "QVpanic_008_t.tar.gz",
-                        "QVpanic_6_t/file", "QVpanic_7_target/"});
+                        "QVpanic_6_t/file", "QVpanic_7_target/", "QVpanic_0_t.tar.gz"});
     EXPECT_EQ(9, get_new_qv_log_count(kDir, "QVpanic_"));
-    EXPECT_THAT(log(), AllOf(SizeIs(9),
+    EXPECT_THAT(log(), AllOf(SizeIs(10),
                              IsSupersetOf({"E error file name QVpanic_a ret.size() 2",
                                            "E error file name QVpanic_9_a_b ret.size() 4",
                                            "E error file name QVpanic_-9_t ret.size() 3",
                                            "E find file :.hidden", "E find file :QVpanic_6_t"})));
     EXPECT_FALSE(remove_old_and_trash_file(0, kDir, "QVpanic_", 5));
     EXPECT_FALSE(fs::exists(kDir + "QVpanic_a.tar.gz"));  // malformed, so removed and not packed
+    EXPECT_TRUE(fs::exists(kDir + "QVpanic_0_t.tar.gz"));
     EXPECT_FALSE(remove_old_and_trash_file(8, kDir, "QVpanic_", 5));
     EXPECT_THAT(entries_in(kDir), ElementsAre(".hidden/", ".hidden/file", "QVpanic_008_t.tar.gz",
                                               "QVpanic_6_t.tar.gz", "QVpanic_7_target/"));
