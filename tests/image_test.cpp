@@ -56,8 +56,8 @@ TEST_F(ImageTest, ReadsADumpArchiveAndSaysWhatIsWrong) {
     const std::tuple<std::string, int, std::string, Matcher<Lines>> cases[] = {
             // image, status, the end of standard error, extracted files
             {"archive", 0, "", whole},
-            {"truncated", 1, "wrong, 7 regions are incomplete: get the archive again\n", in_part},
-            {"damaged", 1, "wrong, 0 regions are incomplete: get the archive again\n", whole},
+            {"truncated", 1, "wrong, incomplete regions: 7; get the archive again\n", in_part},
+            {"damaged", 1, "wrong, incomplete regions: 0; get the archive again\n", whole},
             {"short", 1, hint, in_part},
             {"text", 4, "text contains no dump; " + hint, IsEmpty()},
             {"no_regions", 3, hint, IsEmpty()},

@@ -127,8 +127,7 @@ Status extract(const std::string& path, const std::string& directory,
         image.status = kFailed;
     }
     if (opened == kFailed) {
-        warnx("every extracted file may be wrong, %zu regions are incomplete: get the archive "
-              "again",
+        warnx("every extracted file may be wrong, incomplete regions: %zu; get the archive again",
               incomplete);
     } else if (opened == kInconsistent) {
         warnx("%s", kHint);
