@@ -81,7 +81,7 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
              int32_t count, int32_t skip) {
     char input_buffer[kStreamBufferSize];
     char output_buffer[kStreamBufferSize];
-    using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
+    using File = std::unique_ptr<FILE, int (*)(FILE*)>;
     File input(std::fopen(source.c_str(), "rb"), &std::fclose);
     File output(std::fopen(destination.c_str(), "wb"), &std::fclose);
     if (block_size < 0) {
