@@ -47,7 +47,7 @@ Image open_image(const std::string& path) {
     // Without O_CLOEXEC, since tar reads it, too. O_NONBLOCK: a fifo does not wait for a writer.
     Image image;
     image.file.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK));
-    struct stat info {};
+    struct stat info = {};
     if (image.file == -1 || fstat(image.file, &info) == -1) {
         err(kFailed, "cannot read %s", path.c_str());
     }

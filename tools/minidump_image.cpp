@@ -136,7 +136,7 @@ Status extract(const std::string& path, const std::string& directory,
 }
 
 Status make(const std::string& path, const std::vector<std::string>& arguments, bool force) {
-    struct stat old {};
+    struct stat old = {};
     if (lstat(path.c_str(), &old) == 0 && !(force && S_ISREG(old.st_mode))) {
         errx(kFailed, "%s exists already (--force replaces a file, nothing else)", path.c_str());
     }
