@@ -46,7 +46,7 @@ std::string build_image(const std::vector<Region>& regions, size_t partition_siz
 
 std::vector<Region> sample_regions() {
     const std::string console =
-            "\1\2[    0.000000] Booting Linux on physical CPU 0x0000000000 [0x410fd034]\n"
+            "\1\2[    0.000000] Booting Linux\n"
             "[   41.120774] Unable to handle kernel NULL pointer dereference\n"
             "[   41.120781] Internal error: Oops: 96000045 [#1] PREEMPT SMP\n"
             "[   41.120803] Kernel panic - not syncing: Fatal exception\n";
@@ -62,8 +62,8 @@ std::vector<Region> sample_regions() {
             {"md_CODERAM.BIN", ram(65536, 3)},
             {"md_DATARAM.BIN", ram(30000, 4)},
             {"md_TZ_DIAG.BIN", ram(8192, 5)},
-            {"md_XBL_LOG.BIN", "B -    120 - boot loader up\n"},
+            {"md_XBL_LOG.BIN", "boot log\n"},
             {"md_SHRDIMEM.BIN", ram(1000, 6)},
-            {"md_CPU_CTX0.BIN", ram(2048, 7)},
-            {"load.cmm", "data.load.binary md_CODERAM.BIN 0x0b000000 /noclear\n"}};
+            {"md_OTHER.BIN", ram(2048, 7)},
+            {"load.cmm", "text\n"}};
 }

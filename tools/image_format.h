@@ -28,5 +28,5 @@ uint64_t get_number(const std::string& image, size_t offset, size_t size);
 // those behind the dump, are 0xa5.
 std::string build_image(const std::vector<Region>& regions, size_t partition_size);
 
-// Returns the regions of a plausible crash: kernel console, restart record, message RAM and more.
+// Returns the regions of a plausible crash, with a kernel console and a restart record.
 std::vector<Region> sample_regions();
