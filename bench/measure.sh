@@ -38,7 +38,8 @@ done
 cp /data/image $partition
 /usr/bin/time -f %M -o /data/bench/memory $tool >/dev/null
 # A small partition whose first region claims 2^31 - 1 bytes.
-"$build/minidump_image" make --force $partition
+toybox rm $partition
+"$build/minidump_image" make $partition
 toybox printf '\377\377\377\177' | $dd of=$partition bs=1 seek=76 conv=notrunc 2>/dev/null
 /usr/bin/time -f %M -o /data/bench/memory.damaged $tool >/dev/null
 for program in "$build/dump_dd /data/image /data/copy $blocks" \

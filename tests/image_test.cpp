@@ -4,78 +4,142 @@
 
 using namespace testing;
 
-using ImageTest = DeviceTest;
-
-// Unpacks with the workstation's tar, as a user's does.
-const std::string kImage =
-        "cd /data; export PATH=/usr/bin:$PATH TMPDIR=${TMPDIR-local}; /vendor/bin/minidump_image ";
-
-TEST_F(ImageTest, ExtractsToNewFilesWithSafeNames) {
-    const std::vector<Region> regions = {{"../up", "1"},   {"a", "2"},    {"a", "3"},
-                                         {"\x1b[2J", "4"}, {"file", "5"}, {"-b c", "6"}};
-    write_file("/data/image", build_image(regions, 0));
-    write_file("/data/out/file", "kept");
-    EXPECT_EQ(1, run(kImage + "extract image out"));
-    EXPECT_EQ(entries_in("/data/out"),
-              Lines({"file", "region_of_table_entry_1_.._up", "region_of_table_entry_2_a",
-                     "region_of_table_entry_3_a", "region_of_table_entry_4_\\x1b[2J",
-                     "region_of_table_entry_6_-b\\x20c"}));
-    EXPECT_EQ("3", read_file("/data/out/region_of_table_entry_3_a"));
-    EXPECT_EQ("kept", read_file("/data/out/file"));
-    EXPECT_FALSE(fs::exists("/data/up"));
-    EXPECT_THAT(read_file(out_), Not(HasSubstr("\x1b")));
-    EXPECT_EQ(1, run(kImage + "extract -- image named 3 '-b c' missing"));
-    EXPECT_THAT(entries_in("/data/named"), SizeIs(2));
-    EXPECT_THAT(read_file(err_),
-                EndsWith("no region has the name or entry number missing; \"show\" lists both\n"));
-}
-
-TEST_F(ImageTest, MakesAnImageOverAnotherOnlyWhenForced) {
-    write_file("/data/image", "kept");
-    write_file("/data/content", "1");
-    EXPECT_EQ(1, run(kImage + "make image a=content"));
-    EXPECT_EQ("kept", read_file("/data/image"));
-    EXPECT_EQ(0, run(kImage + "make --force image a=content"));
-    EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
-}
-
-TEST_F(ImageTest, ReadsADumpArchiveAndSaysWhatIsWrong) {
-    std::string image = build_image(sample_regions(), 0);
-    write_file("/data/minidump.bin", image);
-    shell("cd /data; tar -c minidump.bin | gzip >archive; head -c 1200 archive >truncated; "
-          "head -c 100000 minidump.bin >short; toybox mkfifo fifo");
-    std::string damaged = read_file("/data/archive");
-    damaged[damaged.size() - 8] ^= 1;  // in the checksum
-    write_file("/data/damaged", damaged);
-    write_file("/data/text", std::string(21, 'a'));  // bit 0 of byte 12 is set
-    put_number(image, 52, 4, 0);
-    write_file("/data/no_regions", image);
-    const Matcher<Lines> whole = Contains("md_CODERAM.BIN");
-    const Matcher<Lines> in_part = AllOf(Contains("md_CODERAM.BIN.truncated"), SizeIs(5));
-    const std::string hint = "if it is packed in another way (zip, xz, ...), unpack it first\n";
-    const std::tuple<std::string, int, std::string, Matcher<Lines>> cases[] = {
-            // image, status, the end of standard error, extracted files
-            {"archive", 0, "", whole},
-            {"truncated", 1, "wrong, incomplete regions: 7; get the archive again\n", in_part},
-            {"damaged", 1, "wrong, incomplete regions: 0; get the archive again\n", whole},
-            {"short", 1, hint, in_part},
-            {"text", 4, "text contains no dump; " + hint, IsEmpty()},
-            {"no_regions", 3, hint, IsEmpty()},
-            {"fifo", 1, "fifo is neither a file nor a block device\n", IsEmpty()}};
-    for (const auto& [file, status, error, extracted] : cases) {
-        SCOPED_TRACE(file);
-        fs::create_directory("/data/of_" + file);
-        EXPECT_EQ(status, run(kImage + "extract " + file + " of_" + file));
-        EXPECT_THAT(read_file(err_), EndsWith(error));
-        EXPECT_THAT(entries_in("/data/of_" + file), extracted);
+// Runs minidump_image in /data, where it unpacks with the workstation's tar, as a user's does.
+class ImageTest : public DeviceTest {
+  protected:
+    // Returns the exit status. libfaketime would open closed descriptors, so it is left out.
+    int image_tool(const std::string& arguments, const std::string& tmpdir = "local") {
+        return run("cd /data; unset LD_PRELOAD; export PATH=/usr/bin:$PATH TMPDIR=" + tmpdir +
+                   "; /vendor/bin/minidump_image " + arguments);
     }
-    EXPECT_EQ(sample_regions()[0].content, read_file("/data/of_archive/md_KCONSOLE.BIN"));
-    run(kImage + "extract archive of_truncated");  // beside what is truncated
-    EXPECT_EQ(sample_regions()[4].content, read_file("/data/of_truncated/md_CODERAM.BIN"));
-    shell("cd /data; mkdir full fixed; mount -t tmpfs -o size=4k test full; "
-          "mount -t tmpfs -o ro test fixed");
-    EXPECT_EQ(1, run("TMPDIR=full; " + kImage + "show archive"));
-    EXPECT_THAT(read_file(err_), HasSubstr("(set TMPDIR to another directory): No space left"));
-    EXPECT_EQ(1, run(kImage + "extract archive fixed"));
-    EXPECT_THAT(lines_of(err_), ElementsAre(HasSubstr("cannot write to the directory fixed: ")));
+
+    // Returns what minidump_image, and not tar or gzip, wrote to standard error.
+    Lines errors() {
+        Lines lines;
+        for (const std::string& line : lines_of(err_)) {
+            if (line.rfind("minidump_image: ", 0) == 0) {
+                lines.push_back(line.substr(16));
+            }
+        }
+        return lines;
+    }
+};
+
+TEST_F(ImageTest, EscapesNames) {
+    const std::vector<Region> regions = {{"../up", "1"},
+                                         {"a", "22"},
+                                         {"a", "3"},
+                                         {"\x1b[2J \xff\\", "4"},
+                                         {"a.damaged", "5"},
+                                         {"A_NAME_OF_20_LETTERS", "6"},
+                                         {"", ""}};
+    write_file("/data/image", build_image(regions, 0));
+    EXPECT_EQ(0, image_tool("show image"));
+    EXPECT_THAT(lines_of(out_),
+                ElementsAre("image 65536 bytes, dump 65536 bytes, 7 regions",
+                            "entry  name                        offset          size",
+                            "    1  \\x2e.\\x2fup                  40960             1",
+                            "    2  a                            45056             2",
+                            "    3  a                            49152             1",
+                            "    4  \\x1b[2J\\x20\\xff\\x5c          53248             1",
+                            "    5  a.damaged                    57344             1",
+                            "    6  A_NAME_OF_20_LETTERS         61440             1",
+                            "    7  \"\"                           65536             0"));
+    EXPECT_EQ(0, image_tool("extract image all"));
+    EXPECT_THAT(errors(), ElementsAre("regions of which the image contains no byte: 1"));
+    EXPECT_THAT(entries_in("/data/all"),
+                ElementsAre("A_NAME_OF_20_LETTERS", "\\x1b[2J\\x20\\xff\\x5c", "\\x2e.\\x2fup",
+                            "region_of_table_entry_2_a", "region_of_table_entry_3_a",
+                            "region_of_table_entry_5_a.damaged"));
+    EXPECT_EQ("3", read_file("/data/all/region_of_table_entry_3_a"));
+    EXPECT_EQ(0, image_tool("extract image some ../up 3 '\\x1b[2J\\x20\\xff\\x5c'"));
+    EXPECT_THAT(entries_in("/data/some"), SizeIs(3));
+    EXPECT_EQ(0, image_tool("cat image 2"));
+    EXPECT_EQ("22", read_file(out_));
+    EXPECT_EQ(1, image_tool("cat image a"));
+    EXPECT_THAT(errors(), ElementsAre("2 regions are called a; \"show\" lists all"));
+}
+
+TEST_F(ImageTest, WritesNewFilesOnly) {
+    write_file("/data/content", "1");
+    EXPECT_EQ(0, image_tool("make image a=content"));
+    EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
+    EXPECT_EQ(2, image_tool("make other A_NAME_OF_21_LETTERS_=content"));
+    make_entries("/data", {"new/", "old/.hidden", "fixed/"});
+    shell("mount -t tmpfs -o ro test /data/fixed");
+    EXPECT_EQ(0, image_tool("extract image new"));
+    EXPECT_EQ("1", read_file("/data/new/a"));
+    const std::pair<std::string, std::string> refused[] = {
+            {"make content", "content exists already"},
+            {"extract image old", "cannot extract to old: it is not empty"},
+            {"extract image content", "cannot extract to content: "},
+            {"extract image fixed", "cannot write fixed/a.damaged: "},
+            {"show image >&-", "cannot write standard output: "}};
+    for (const auto& [arguments, error] : refused) {
+        EXPECT_EQ(1, image_tool(arguments));
+        EXPECT_THAT(errors(), ElementsAre(StartsWith(error)));
+    }
+    EXPECT_EQ("1", read_file("/data/content"));
+    EXPECT_THAT(entries_in("/data/old"), ElementsAre(".hidden"));
+}
+
+TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
+    const std::string sound = build_image(sample_regions(), 0);
+    const auto write_changed = [](const std::string& name, std::string image, size_t offset,
+                                  uint64_t value) {
+        put_number(image, offset, 4, value);
+        write_file("/data/" + name, image);
+    };
+    write_file("/data/minidump.bin", sound);
+    write_changed("few", sound.substr(0, 4 * kRecord), 36, 0);
+    write_changed("beyond", sound, kRecord + 16, 1);
+    write_changed("many", sound, 52, 640);
+    write_file("/data/flag", std::string(12, '\0') + "\1");
+    write_file("/data/text", std::string(64, 'b'));
+    write_file("/data/zeros", std::string(64, '\0'));
+    shell("cd /data; tar -c minidump.bin | gzip >sound:1; tar -c local | gzip >other; "
+          "head -c 600 sound:1 >cut; head -c 99 sound:1 >head; head -c 100000 minidump.bin >short; "
+          "toybox mkfifo fifo");
+    std::string archive = read_file("/data/sound:1");
+    archive[archive.size() - 8] ^= 1;
+    write_file("/data/wrong_sum", archive);
+    const std::string none =
+            " is damaged (get it again) or no dump archive (a panic log's is unpacked with tar)";
+    const std::string beyond = "the table is damaged: regions extend beyond the end of the image";
+    const std::tuple<std::string, int, int, size_t, size_t, std::string> cases[] = {
+            // image, statuses of show and extract, whole and damaged files, what is the matter
+            {"sound:1", 0, 0, 8, 0, ""},
+            {"wrong_sum", 1, 1, 0, 8, "wrong_sum is damaged: get it again"},
+            {"cut", 1, 1, 0, 2, "cut is damaged: get it again"},
+            {"head", 1, 1, 0, 0, "head" + none},
+            {"other", 1, 1, 0, 0, "other" + none},
+            {"short", 3, 1, 3, 1,
+             "the image has 100000 of the dump's 155648 bytes: was it copied whole?"},
+            {"few", 3, 1, 0, 0, beyond},
+            {"beyond", 3, 1, 7, 1, beyond},
+            {"many", 3, 3, 8, 0, "the table cannot contain 640 regions (packed? unpack it first)"},
+            {"flag", 3, 3, 0, 0, "the table is set, but contains no regions"},
+            {"text", 4, 4, 0, 0, "text contains no dump (packed? unpack it first)"},
+            {"zeros", 4, 4, 0, 0, "zeros contains no dump"},
+            {"fifo", 1, 1, 0, 0, "cannot read fifo: Illegal seek"}};
+    for (const auto& [file, shown, extracted, whole, damaged, error] : cases) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(shown, image_tool("show " + file));
+        EXPECT_EQ(errors(), error.empty() ? Lines() : Lines{error});
+        fs::create_directory("/data/of_" + file);
+        EXPECT_EQ(extracted, image_tool("extract " + file + " of_" + file));
+        EXPECT_TRUE(error.empty() || errors().back() == error);
+        const Lines names = entries_in("/data/of_" + file);
+        EXPECT_THAT(names, SizeIs(whole + damaged));
+        EXPECT_THAT(names, Contains(EndsWith(".damaged")).Times(damaged));
+    }
+    EXPECT_EQ(1, image_tool("extract short lines"));
+    EXPECT_THAT(errors(), ElementsAre("md_CODERAM.BIN: 30368 of 65536 bytes",
+                                      "regions of which the image contains no byte: 4", _));
+    EXPECT_EQ(1, image_tool("cat wrong_sum md_KCONSOLE.BIN <&-"));
+    EXPECT_EQ(sample_regions()[0].content, read_file(out_));
+    EXPECT_EQ(sample_regions()[3].content, read_file("/data/of_sound:1/md_CODERAM.BIN"));
+    shell("cd /data; mkdir full; mount -t tmpfs -o size=4k test full");
+    EXPECT_EQ(1, image_tool("show sound:1", "full"));
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("(set TMPDIR to another directory): No space")));
 }

@@ -38,8 +38,8 @@ INSTANTIATE_TEST_SUITE_P(
                Moment{"EraseOfTheHeader", "write", kPartition, 1, 0},
                Moment{"FlushOfTheErasedHeader", "fsync", kPartition, 1, 4096},
                Moment{"EraseOfTheDump", "write", kPartition, 2, 0},
-               Moment{"FlushOfTheErasedDump", "fsync", kPartition, 2, 200704},
-               Moment{"LogTree", "openat", kLogTree + "/", 2, 200704}),
+               Moment{"FlushOfTheErasedDump", "fsync", kPartition, 2, 159744},
+               Moment{"LogTree", "openat", kLogTree + "/", 2, 159744}),
         [](const auto& test) { return test.param.name; });
 
 TEST_P(KilledRun, LosesNoDump) {

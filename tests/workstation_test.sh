@@ -10,11 +10,13 @@ fail() {
     exit 1
 }
 
-# expect STATUS TEXT COMMAND...: fails unless the command ends with the status and prints the text.
+# expect STATUS PATTERN COMMAND...: fails unless the command ends with the status and its output
+# contains what matches the pattern.
 expect() {
     local status=0 output
     output=$("${@:3}" 2>&1) || status=$?
-    [[ $status -eq $1 && $output == *"$2"* ]] || fail "${*:3}: status $status, not $1 and '$2': $output"
+    # shellcheck disable=SC2053  # a pattern
+    [[ $status -eq $1 && $output == *$2* ]] || fail "${*:3}: status $status, not $1 and '$2': $output"
 }
 
 # All is read only, so that a device which writes there does no harm.
@@ -38,8 +40,19 @@ flock -w 10 "$work/a.lock" true || fail "a device runs on without its caller"
 expect 2 "the directory is not empty: $work" scripts/demo --output "$work"
 [ -e "$work/a.lock" ] || fail "a demo removed files of others"
 
-expect 0 "all zeros: 200704 bytes" scripts/demo --output "$work/b"
+expect 0 "Compression completed*set vendor*zeros: 159744 bytes*Fatal exception*last_kmsg.txt*extract" \
+    scripts/demo --output "$work/b"
 archive=$(echo "$work"/b/data/vendor/minidump/minidump_*.tar.gz)
-expect 0 "all zeros: 200704 bytes" scripts/demo --output "$work/c" "$archive"
+expect 0 "all zeros: 159744 bytes" scripts/demo --output "$work/c" "$archive"
+
+# What a run could fill the disk with does not get to it.
 head -c 1000 "$archive" >"$work/damaged"
-expect 2 "the archive is damaged" scripts/demo "$work/damaged"
+expect 2 "damaged: get it again*not run" scripts/demo --output "$work/d" "$work/damaged"
+head -c 1000 build/sample.img >"$work/short"
+expect 2 "copied whole*not run" scripts/demo --output "$work/d" "$work/short"
+expect 0 "" rmdir "$work/d"
+
+# How far it is shows on a terminal only.
+show=(build/release/minidump_image show "$archive")
+expect 0 "MiB unpacked" script -qec "${show[*]}" /dev/null
+[[ $("${show[@]}" 2>&1) != *unpacked* ]] || fail "progress without a terminal"

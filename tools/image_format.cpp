@@ -48,7 +48,6 @@ std::vector<Region> sample_regions() {
     const std::string console =
             "\1\2[    0.000000] Booting Linux\n"
             "[   41.120774] Unable to handle kernel NULL pointer dereference\n"
-            "[   41.120781] Internal error: Oops: 96000045 [#1] PREEMPT SMP\n"
             "[   41.120803] Kernel panic - not syncing: Fatal exception\n";
     const auto ram = [](size_t size, char seed) {
         std::string bytes(size, '\0');
@@ -58,12 +57,9 @@ std::vector<Region> sample_regions() {
     return {{"md_KCONSOLE.BIN", console},
             {"MD_RESTARTINFO.BIN", "kernel_panic" + std::string(88, '\0')},
             {"md_MSGRAM0.BIN", ram(20480, 1)},
-            {"md_MSGRAM10.BIN", ram(4096, 2)},
             {"md_CODERAM.BIN", ram(65536, 3)},
-            {"md_DATARAM.BIN", ram(30000, 4)},
             {"md_TZ_DIAG.BIN", ram(8192, 5)},
             {"md_XBL_LOG.BIN", "boot log\n"},
-            {"md_SHRDIMEM.BIN", ram(1000, 6)},
             {"md_OTHER.BIN", ram(2048, 7)},
             {"load.cmm", "text\n"}};
 }

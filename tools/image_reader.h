@@ -1,4 +1,4 @@
-// Reads the header and the table of a partition image, for minidump_image.
+// Reads partition images, for minidump_image.
 #pragma once
 
 #include <android-base/unique_fd.h>
@@ -12,15 +12,13 @@
 // The exit statuses, from 0 on. Scripts depend on them.
 enum Status { kSuccess, kFailed, kWrongArguments, kInconsistent, kNoDump };
 
-// What to try when a file makes no sense as an image.
-inline constexpr char kHint[] = "if it is packed in another way (zip, xz, ...), unpack it first";
-
 // Where a region lies in an image.
 struct RegionEntry {
     std::string name;    // up to kMaxNameSize bytes, any but zero
     uint64_t offset;     // bytes from the start of the image
     uint64_t size;       // bytes
     uint64_t available;  // bytes of it that the image contains, from its start on
+    bool is_complete() const { return available == size; }
 };
 
 struct Image {
@@ -29,18 +27,28 @@ struct Image {
     uint64_t dump_size = 0;            // as in the header, bytes
     uint64_t region_count = 0;         // as in the header
     std::vector<RegionEntry> regions;  // those that a run can know and the image contains
-    Status status = kSuccess;          // kFailed when its archive is damaged, or kInconsistent
+    Status status = kSuccess;          // or kInconsistent; kFailed when its archive is damaged, so
+                                       // that any byte may be wrong
+    std::string problem;               // then what is the matter, and what to do next
 };
 
 // Opens the image `path`, a file or block device, and reads its header and table. A dump archive is
-// unpacked to a temporary file first, as far as possible. Reports what is wrong on standard error.
-// Exits with kFailed when the image cannot be read, and with kNoDump when it contains no dump.
-Image open_image(const std::string& path);
+// unpacked to a temporary file first, as far as possible. Exits, with a message, with kFailed when
+// the image cannot be read, and with kNoDump when it contains no dump.
+Image open_image(const char* path);
 
-// Returns a name from an image as it is safe to print: printable ASCII without spaces. Other bytes
-// become "\x1b" and the like, and an empty name two quotation marks.
+// Writes what the image contains of `region` to the open file `output`, in blocks of constant size.
+// Reports it when that is not all. Exits with kFailed when something cannot be read or written.
+void copy_region(const Image& image, const RegionEntry& region, int output);
+
+// Returns a name from an image as it is safe to print and as a file's name: printable ASCII,
+// without spaces, slashes and a dot at the start. Other bytes become "\x1b" and the like, and an
+// empty name two quotation marks.
 std::string escaped(const std::string& name);
 
-// Returns the name of the file for region `index` (from 0 on): the region's own if that is safe and
-// no other region has it, otherwise one that contains the entry number.
+// What the name of a file ends in while it is written, and for good when it may be wrong.
+inline constexpr char kDamaged[] = ".damaged";
+
+// Returns the name of the file for region `index` (from 0 on): escaped, and with the entry number
+// before it when another region has the same name, or when it ends in kDamaged.
 std::string file_name(const std::vector<RegionEntry>& regions, size_t index);

@@ -1,17 +1,16 @@
-// Makes, shows and extracts minidump partition images.
+// Shows, extracts and makes minidump partition images.
 
 #include <android-base/file.h>
-#include <android-base/strings.h>
 #include <err.h>
 #include <fcntl.h>
-#include <getopt.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <set>
+#include <cstdlib>
+#include <filesystem>
+#include <numeric>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "image_reader.h"
@@ -21,16 +20,17 @@ namespace {
 constexpr size_t kPartitionSize = size_t{1} << 20;  // bytes, when the dump is not larger
 
 constexpr char kHelp[] =
-        R"(usage: minidump_image make [--force] IMAGE [NAME=FILE]...
-           writes these regions, or a sample crash, to a new file; --force replaces one
-       minidump_image show IMAGE
-           lists the regions. Scripts may read: in line 1, field 6 is the dump size,
-           8 the region count, 10 the image size; from line 3 on, the first four fields
+        R"(usage: minidump_image show IMAGE
+           lists the regions. Scripts may read the first four fields, from line 3 on
+       minidump_image cat IMAGE NAME|ENTRY
+           writes the region with this name or entry number to standard output
        minidump_image extract IMAGE DIRECTORY [NAME|ENTRY]...
-           writes all regions, or those with a name or entry number, to new files; the
-           name of an incomplete one gets ".truncated" at its end
-IMAGE is a file or block device. show and extract also take a dump archive, which tar
-unpacks to TMPDIR, by default /var/tmp. "--" ends the options.
+           writes all regions, or these, to a new or empty directory. What is incomplete
+           or may be wrong gets ".damaged" at the end of its name
+       minidump_image make IMAGE [NAME=FILE]...
+           writes these regions, or a sample crash, to a new image
+IMAGE is a file or block device. All but make also take a dump archive, which tar unpacks
+to TMPDIR, by default /var/tmp.
 exit status: 0  success
              1  something cannot be read or written, or a region is incomplete or missing
              2  wrong arguments
@@ -38,108 +38,99 @@ exit status: 0  success
              4  the image contains no dump
 )";
 
-// Writes a file, which gets the name `path` when it is complete. If `replaces`, it replaces an old
-// file; otherwise that is a failure. After a failure, reports it, leaves no file and returns false.
-bool write_file(const std::string& path, const std::string& content, bool replaces) {
-    // This is longer than the name of any region, so it is no region's file.
-    const std::string part = path + "." + std::to_string(getpid()) + ".minidump_image.part";
-    android::base::unique_fd file(
-            open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    const bool succeeded = file != -1 &&
-                           android::base::WriteFully(file, content.data(), content.size()) &&
-                           close(file.release()) == 0 &&
-                           (replaces ? rename : link)(part.c_str(), path.c_str()) == 0;
-    if (!succeeded) {
-        warn("cannot write %s", path.c_str());
+// Reports what is the matter with the image, last of all, and returns the exit status.
+Status finish(const Image& image, bool is_complete) {
+    std::fflush(stdout);
+    if (!image.problem.empty()) {
+        warnx("%s", image.problem.c_str());
     }
-    unlink(part.c_str());
-    return succeeded;
+    return is_complete ? image.status : kFailed;
 }
 
 // Contract: the help says what scripts may read. scripts/bench does.
-Status show(const std::string& path) {
-    const Image image = open_image(path);
-    std::printf("table set yes   dump size %ju   regions %ju   partition %ju bytes\n",
-                image.dump_size, image.region_count, image.size);
+Status show(const Image& image) {
+    std::printf("image %ju bytes, dump %ju bytes, %ju regions\n", image.size, image.dump_size,
+                image.region_count);
     std::printf("%5s  %-20s  %12s  %12s\n", "entry", "name", "offset", "size");
     for (size_t i = 0; i < image.regions.size(); ++i) {
-        const RegionEntry& region = image.regions[i];
-        std::printf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(region.name).c_str(),
-                    region.offset, region.size,
-                    region.available < region.size ? "  (beyond the image)" : "");
+        const auto& [name, offset, size, available] = image.regions[i];
+        std::printf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(name).c_str(), offset, size,
+                    available < size ? "  (beyond the image)" : "");
     }
-    if (image.status == kInconsistent) {
-        warnx("%s", kHint);
-    }
-    return image.status;
+    return finish(image, true);
 }
 
-// Writes region `index` to a new file in `directory`, as far as the image contains it. Returns
-// whether that was all of it.
-bool extract_region(const Image& image, size_t index, const std::string& directory) {
-    const RegionEntry& region = image.regions[index];
-    const std::string name = escaped(region.name);
-    std::string content(region.available, '\0');
-    const bool is_complete = region.available == region.size;
-    if (region.available == 0) {
-        warnx("%s: the image contains nothing of it", name.c_str());
-        return is_complete;
-    }
-    if (!android::base::ReadFullyAtOffset(image.file, content.data(), content.size(),
-                                          static_cast<off_t>(region.offset))) {
-        warn("cannot read %s", name.c_str());
-        return false;
-    }
-    const std::string path =
-            directory + "/" + file_name(image.regions, index) + (is_complete ? "" : ".truncated");
-    if (!write_file(path, content, false)) {
-        return false;
-    }
-    std::printf("%s: %zu bytes to %s\n", name.c_str(), content.size(), path.c_str());
-    return is_complete;
-}
-
-Status extract(const std::string& path, const std::string& directory,
-               const std::set<std::string>& wanted) {
-    Image image = open_image(path);
-    const Status opened = image.status;
-    // The "/." refuses a file.
-    if ((mkdir(directory.c_str(), 0777) == -1 && errno != EEXIST) ||
-        access((directory + "/.").c_str(), W_OK | X_OK) == -1) {
-        err(kFailed, "cannot write to the directory %s", directory.c_str());
-    }
-    std::set<std::string> missing = wanted;
-    size_t incomplete = 0;
+// Returns the index of the region with the name `key`, as it is or as "show" prints it, or with
+// that entry number. Exits with kFailed when there is none, or more than one.
+size_t find_region(const Image& image, const std::string& key) {
+    std::vector<size_t> found;
     for (size_t i = 0; i < image.regions.size(); ++i) {
-        const RegionEntry& region = image.regions[i];
-        bool is_wanted = wanted.empty();
-        for (const std::string& key : {region.name, escaped(region.name), std::to_string(i + 1)}) {
-            is_wanted |= wanted.count(key) > 0;
-            missing.erase(key);
-        }
-        if (is_wanted) {
-            incomplete += region.available < region.size ? 1 : 0;
-            image.status = extract_region(image, i, directory) ? image.status : kFailed;
+        const std::string& name = image.regions[i].name;
+        if (key == name || key == escaped(name) || key == std::to_string(i + 1)) {
+            found.push_back(i);
         }
     }
-    for (const std::string& key : missing) {
-        warnx("no region has the name or entry number %s; \"show\" lists both", key.c_str());
-        image.status = kFailed;
+    if (found.size() != 1) {
+        warnx("%zu regions are called %s; \"show\" lists all", found.size(), key.c_str());
+        std::exit(finish(image, false));
     }
-    if (opened == kFailed) {
-        warnx("every extracted file may be wrong, incomplete regions: %zu; get the archive again",
-              incomplete);
-    } else if (opened == kInconsistent) {
-        warnx("%s", kHint);
-    }
-    return image.status;
+    return found[0];
 }
 
-Status make(const std::string& path, const std::vector<std::string>& arguments, bool force) {
-    struct stat old = {};
-    if (lstat(path.c_str(), &old) == 0 && !(force && S_ISREG(old.st_mode))) {
-        errx(kFailed, "%s exists already (--force replaces a file, nothing else)", path.c_str());
+Status cat(const Image& image, const std::string& key) {
+    const RegionEntry& region = image.regions[find_region(image, key)];
+    copy_region(image, region, STDOUT_FILENO);
+    return finish(image, region.is_complete());
+}
+
+// Writes region `index` to a file in `directory`, as far as the image contains it. Exits with
+// kFailed when something cannot be read or written.
+void extract_region(const Image& image, size_t index, const std::string& directory) {
+    const RegionEntry& region = image.regions[index];
+    const std::string path = directory + "/" + file_name(image.regions, index);
+    const std::string damaged = path + kDamaged;
+    android::base::unique_fd file(
+            open(damaged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (file == -1) {
+        err(kFailed, "cannot write %s", damaged.c_str());
     }
+    copy_region(image, region, file);
+    const bool is_right = region.is_complete() && image.status != kFailed;
+    if (close(file.release()) != 0 || (is_right && rename(damaged.c_str(), path.c_str()) != 0)) {
+        err(kFailed, "cannot write %s", path.c_str());
+    }
+}
+
+Status extract(const Image& image, const std::string& directory,
+               const std::vector<std::string>& keys) {
+    std::vector<size_t> indices(keys.empty() ? image.regions.size() : 0);
+    std::iota(indices.begin(), indices.end(), 0);
+    for (const std::string& key : keys) {
+        indices.push_back(find_region(image, key));
+    }
+    std::error_code error;
+    std::filesystem::create_directory(directory, error);
+    if (error || !std::filesystem::is_empty(directory, error)) {
+        const std::string reason = error ? error.message() : "it is not empty";
+        errx(kFailed, "cannot extract to %s: %s", directory.c_str(), reason.c_str());
+    }
+    bool is_complete = true;
+    size_t absent = 0;
+    for (const size_t index : indices) {
+        is_complete &= image.regions[index].is_complete();
+        if (image.regions[index].available == 0) {
+            ++absent;
+        } else {
+            extract_region(image, index, directory);
+        }
+    }
+    if (absent > 0) {
+        warnx("regions of which the image contains no byte: %zu", absent);
+    }
+    return finish(image, is_complete);
+}
+
+Status make(const std::string& path, const std::vector<std::string>& arguments) {
     std::vector<Region> regions;
     for (const std::string& argument : arguments) {
         const size_t name_size = argument.find('=');
@@ -147,46 +138,47 @@ Status make(const std::string& path, const std::vector<std::string>& arguments, 
             errx(kWrongArguments, "not NAME=FILE, NAME up to 20 bytes: %s", argument.c_str());
         }
         regions.push_back({argument.substr(0, name_size), ""});
-        const std::string file = argument.substr(name_size + 1);
-        if (!android::base::ReadFileToString(file, &regions.back().content, true)) {
-            err(kFailed, "cannot read %s", file.c_str());
+        std::string& content = regions.back().content;
+        if (!android::base::ReadFileToString(argument.substr(name_size + 1), &content, true)) {
+            err(kFailed, "cannot read %s", argument.c_str() + name_size + 1);
         }
     }
-    const std::string image =
-            build_image(regions.empty() ? sample_regions() : regions, kPartitionSize);
-    return write_file(path, image, force) ? kSuccess : kFailed;
+    if (access(path.c_str(), F_OK) == 0) {
+        errx(kFailed, "%s exists already", path.c_str());
+    }
+    // A failed write leaves no file.
+    if (!android::base::WriteStringToFile(
+                build_image(regions.empty() ? sample_regions() : regions, kPartitionSize), path)) {
+        err(kFailed, "cannot write %s", path.c_str());
+    }
+    return kSuccess;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const option options[] = {
-            {"force", no_argument, nullptr, 'f'}, {"help", no_argument, nullptr, 'h'}, {}};
-    bool force = false;
-    bool help = false;
-    for (int key = 0; (key = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
-        if (key == '?') {
-            return kWrongArguments;  // getopt_long has reported it
-        }
-        help |= key == 'h';
-        force |= key == 'f';
+    // Open the standard descriptors that are closed: a file that got one of their numbers would
+    // receive what is meant for them. For reading, so that lost output is noticed.
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDONLY);
     }
-    const std::vector<std::string> arguments(argv + optind, argv + argc);
-    const std::string command = arguments.empty() ? "" : arguments[0];
+    const std::string command = argc > 1 ? argv[1] : "";
     Status status = kSuccess;
-    if (help) {
+    if (command == "--help" || command == "-h") {
         std::fputs(kHelp, stdout);
-    } else if (command == "make" && arguments.size() >= 2) {
-        status = make(arguments[1], {arguments.begin() + 2, arguments.end()}, force);
-    } else if (command == "show" && arguments.size() == 2 && !force) {
-        status = show(arguments[1]);
-    } else if (command == "extract" && arguments.size() >= 3 && !force) {
-        status = extract(arguments[1], arguments[2], {arguments.begin() + 3, arguments.end()});
+    } else if (command == "show" && argc == 3) {
+        status = show(open_image(argv[2]));
+    } else if (command == "cat" && argc == 4) {
+        status = cat(open_image(argv[2]), argv[3]);
+    } else if (command == "extract" && argc >= 4) {
+        status = extract(open_image(argv[2]), argv[3], {argv + 4, argv + argc});
+    } else if (command == "make" && argc >= 3) {
+        status = make(argv[2], {argv + 3, argv + argc});
     } else {
-        errx(kWrongArguments, "wrong arguments: %s; try --help",
-             android::base::Join(std::vector(argv + 1, argv + argc), ' ').c_str());
+        errx(kWrongArguments, "wrong arguments; try --help");
     }
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         err(kFailed, "cannot write standard output");
     }
     return status;
