@@ -22,7 +22,7 @@ extern const std::string minidump_dir;
 // This run's panic directory; main appends "_" and the timestamp.
 extern std::string panic_log_dir;
 
-// This run's time, in the shape of kTimestampFormat (common/timestamp.h).
+// This run's time, in the shape of GetCurrentTimestamp (common/timestamp.h).
 extern std::string current_timestamp;
 
 // Unused; a fixed name of the device.

@@ -11,6 +11,6 @@ std::string GetCurrentTimestamp() {
     std::tm local_time = {};
     localtime_r(&now, &local_time);
     std::ostringstream text;
-    text << std::put_time(&local_time, kTimestampFormat);
+    text << std::put_time(&local_time, "%Y-%m-%d-%H-%M-%S");
     return text.str();
 }

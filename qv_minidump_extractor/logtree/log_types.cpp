@@ -3,7 +3,6 @@
 #include <android-base/logging.h>
 #include <cutils/properties.h>
 
-#include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -73,12 +72,7 @@ int qv_create_dir_str(const std::string& path) {
     return 0;
 }
 
-std::string getCurrentTimeFormatted() {
-    const std::time_t now = std::time(nullptr);
-    char text[64] = {};
-    std::strftime(text, sizeof(text), kTimestampFormat, std::localtime(&now));
-    return text;
-}
+std::string getCurrentTimeFormatted() { return GetCurrentTimestamp(); }
 
 int create_type_new_qv_log_dir(core_log_type type) {
     if (reject_bad_log_type(type, __func__)) {

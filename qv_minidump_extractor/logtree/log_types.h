@@ -1,10 +1,10 @@
 // The log types and the naming of log directories. /mnt/vendor/qv_log/ contains a directory for
 // each type, and each of these contains numbered, dated log directories and their archives.
 //
-// The functions of this folder throw std::filesystem::filesystem_error when a directory cannot be
-// listed or a mode cannot be set, std::invalid_argument when the number in a log's name is empty,
-// and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches these, so they abort
-// the run. Other failures are returned, or only logged.
+// The functions of this subsystem throw std::filesystem::filesystem_error when a directory cannot
+// be listed or a mode cannot be set, std::invalid_argument when the number in a log's name is
+// empty, and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches these, so
+// they abort the run. Other failures are returned, or only logged.
 #pragma once
 
 #include <array>
@@ -48,7 +48,7 @@ void chang_to_qv_log_mod(const std::string& path);
 // "/"; 1 otherwise.
 int qv_create_dir_str(const std::string& path);
 
-// Returns the current local time in the shape of kTimestampFormat.
+// GetCurrentTimestamp, under the name that the log tree has for it.
 std::string getCurrentTimeFormatted();
 
 // Names and makes the next log directory of `type`. Records its paths in log_type_table even when
