@@ -5,6 +5,7 @@
 // the run.
 
 #include <android-base/logging.h>
+#include <android-base/unique_fd.h>
 #include <cutils/properties.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -89,11 +90,8 @@ void archive_dump(const std::string& archive_name) {
 
 // Flushes the file, directory or device at `path` to storage. A failure is ignored.
 void flush_to_storage(const std::string& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file >= 0) {
-        fsync(file);
-        close(file);
-    }
+    const android::base::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    fsync(file);
 }
 
 // Zeroes the first `blocks` blocks of the partition. The first one, with the header, is flushed
@@ -109,6 +107,7 @@ void erase_dump(int32_t blocks) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // InitLogging takes from here what to log. A caller's value must not silence the log.
     setenv("ANDROID_LOG_TAGS", "*:d", 1);
     android::base::InitLogging(argv, android::base::LogdLogger(android::base::SYSTEM),
                                android::base::DefaultAborter);

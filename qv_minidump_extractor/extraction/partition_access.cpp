@@ -1,12 +1,13 @@
 #include "extraction/partition_access.h"
 
 #include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iomanip>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -40,13 +41,12 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
         LOG(INFO) << "Failed to open file: " << path;
         return "";
     }
-    std::ostringstream text;
-    text << std::hex << std::setfill('0');
+    std::string text;
     for (const char byte : read_bytes(file, position, length)) {
         // Plain char is signed on some platforms and unsigned on others; the digits must not be.
-        text << std::setw(2) << static_cast<unsigned int>(static_cast<unsigned char>(byte));
+        android::base::StringAppendF(&text, "%02x", static_cast<unsigned char>(byte));
     }
-    return text.str();
+    return text;
 }
 
 std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length) {
@@ -89,8 +89,10 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
     }
     const auto size = static_cast<size_t>(block_size);
     // Zeroed, so that stale heap never passes for dump data. calloc: pages that are never read into
-    // take no memory, even when a damaged size is far beyond the source.
-    const std::unique_ptr<void, decltype(&std::free)> block(std::calloc(1, size), &std::free);
+    // take no memory, even when a damaged size is far beyond the source. For 0 bytes some C
+    // libraries return nothing, which is no lack of memory.
+    const std::unique_ptr<void, decltype(&std::free)> block(
+            std::calloc(1, std::max(size, size_t{1})), &std::free);
     if (!block) {
         throw std::bad_alloc();
     }
@@ -107,7 +109,7 @@ void dump_dd(const std::string& source, const std::string& destination, int32_t 
         readable = readable && std::fread(block.get(), 1, size, input.get()) == size;
         writable = std::fwrite(block.get(), 1, size, output.get()) == size;
     }
-    // The source is closed first.
+    // Keep: the source is closed first, then the destination.
     input.reset();
     output.reset();
 }

@@ -1,9 +1,9 @@
 #include "logtree/retention.h"
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 #include <cutils/properties.h>
-#include <libgen.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -87,11 +87,8 @@ int QVRemoveFile(const std::string& path) {
 
 int tar_and_delete_dir(const std::string& path, bool remove_after) {
     const std::string archive = path + ".tar.gz";
-    // Both calls may write into their argument.
-    std::string parent_copy = path;
-    std::string name_copy = path;
-    const std::string parent = dirname(parent_copy.data());
-    const std::string name = basename(name_copy.data());
+    const std::string parent = android::base::Dirname(path);
+    const std::string name = android::base::Basename(path);
     const std::string command = "tar -zcvf " + archive + " -C " + parent + " " + name;
     property_set("vendor.qv_dump.last_panic_log", name.c_str());
     // The line breaks are part of these messages.

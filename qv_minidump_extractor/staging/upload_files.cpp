@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr int kMessageRams = 16;
+constexpr int kMsgRams = 16;
 
 // The region files that engineers want uploaded, under the names that the dump gives them.
 std::vector<std::string> selected_regions() {
     std::vector<std::string> names = {"md_TZ_DIAG.BIN"};
-    for (int i = 0; i < kMessageRams; ++i) {
+    for (int i = 0; i < kMsgRams; ++i) {
         names.push_back("md_MSGRAM" + std::to_string(i) + ".BIN");
     }
     names.insert(names.end(),
