@@ -15,13 +15,8 @@ class ImageTest : public DeviceTest {
 
     // Returns what minidump_image, and not tar or gzip, wrote to standard error.
     Lines errors() {
-        Lines lines;
-        for (const std::string& line : lines_of(err_)) {
-            if (line.rfind("minidump_image: ", 0) == 0) {
-                lines.push_back(line.substr(16));
-            }
-        }
-        return lines;
+        shell("sed -n 's/^minidump_image: //p' " + err_ + " >/data/errors");
+        return lines_of("/data/errors");
     }
 };
 

@@ -9,23 +9,24 @@ using namespace testing;
 using RunTest = DeviceTest;
 
 TEST_F(RunTest, DoesTheWholeJobInOrder) {
-    std::string image = build_image({{"load.cmm", "load.1"},
+    std::string image = build_image({{"../tmp/load.cmm", "load.1"},
                                      {"md_KCONSOLE.BIN", "\1console\2"},
                                      {"md_A_NAME_OF_20_CHAR", ""},
                                      {"md_XBL_LOG.BIN", "log"},
                                      {"MD_RESTARTINFO.BIN", "panic"}},
                                     1 << 20);
-    put_number(image, kRecord + 4, 8, 0x200000008000);  // the high half folds: 0xa000
-    put_number(image, kRecord + 12, 8, 0x200000004);    // and here 6
+    put_number(image, 36, 8, 0x8fff);                   // less than where the regions lie
+    put_number(image, kRecord + 4, 8, 0xa00000008000);  // the high half is ORed: 0xa000
+    put_number(image, kRecord + 12, 8, 0x600000004);    // and here 6
     put_number(image, 4 * kRecord + 4, 8, 0x80000000);  // and this gives zeros
     crash(image);
     fs::remove(kTmpDir);
     EXPECT_EQ(0, run_tool());
     EXPECT_TRUE(partition_is_erased());
-    Lines records = log();
-    EXPECT_THAT(records.back(), MatchesRegex("I Time taken: [0-9]+ ms"));
-    records.pop_back();
-    EXPECT_THAT(records, ElementsAreArray(lines_of(TESTS_DIRECTORY "/whole_run.txt")));
+    const Lines lines = lines_of(TESTS_DIRECTORY "/whole_run.txt");
+    std::vector<Matcher<std::string>> expected(lines.begin(), lines.end());
+    expected.push_back(MatchesRegex("I Time taken: [0-9]+ ms"));
+    EXPECT_THAT(log(), ElementsAreArray(expected));
     EXPECT_THAT(lines_of("/dev/log/records"), Each(HasSubstr(" qv_minidump_extractor: ")));
     EXPECT_THAT(journal(),
                 ElementsAre("set vendor.minidump.cp.status=running",
@@ -39,7 +40,7 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
     EXPECT_EQ("console\n", read_file(kNewLog + "/last_kmsg.txt"));
     const std::string selection = unpack(kNewLog + "/aop_dump.tar.gz") + "/aop_dump";
     EXPECT_THAT(lines_of(selection + "/dump_info.txt"),
-                ElementsAre("load.cmm\r", "md_KCONSOLE.BIN\r", "md_A_NAME_OF_20_CHAR\r",
+                ElementsAre("../tmp/load.cmm\r", "md_KCONSOLE.BIN\r", "md_A_NAME_OF_20_CHAR\r",
                             "md_XBL_LOG.BIN\r", "MD_RESTARTINFO.BIN\r"));
     EXPECT_EQ("load.1", read_file(selection + "/load.cmm"));
     EXPECT_EQ(std::string(3, '\0'), read_file(selection + "/md_XBL_LOG.BIN"));
@@ -78,8 +79,6 @@ TEST_F(RunTest, EndsWithoutADump) {
     EXPECT_TRUE(partition_is_untouched());
     EXPECT_THAT(entries_in(kMinidumpDir), ElementsAre("aop_dump/", "tmp/"));
     EXPECT_EQ(11, run(tool("logdump /data/missing")));
-    shell("mount -t tmpfs test /dev/block/by-name");
-    EXPECT_EQ(11, run_tool());
 }
 
 TEST_F(RunTest, TakesDumpSizeAndRegionCountAsTheyStand) {
@@ -205,24 +204,18 @@ TEST_F(RunTest, AbortsAtARegionOf2GiBBeforeTheErase) {
     crash(image);
     EXPECT_EQ(128 + SIGABRT, run("trap '' XFSZ; ulimit -f 4096; exec " + tool()));  // 2 MiB
     EXPECT_EQ(2 << 20, fs::file_size(kMinidumpDir + "/minidump.bin"));
-    EXPECT_THAT(read_file(err_), HasSubstr("std::bad_alloc"));
     EXPECT_TRUE(partition_is_untouched());
 }
 
-TEST_F(RunTest, WaitsForASlowGzip) {
+TEST_F(RunTest, WaitsForASlowGzipButNotForChildrenOfItsCaller) {
     crash();
     replace_tool("gzip", "(sleep 0.1 &); sleep 0.3; exec /system/bin/gzip \"$@\"");
-    EXPECT_EQ(0, run_tool());
-    EXPECT_TRUE(dump_is_in(kArchive));
-    EXPECT_EQ(read_file(kPanicDir + "/aop_dump.tar.gz"), read_file(kNewLog + "/aop_dump.tar.gz"));
-    EXPECT_THAT(entries_in(unpack(kNewLog + ".tar.gz")), SizeIs(3));
-}
-
-TEST_F(RunTest, NeitherWaitsForChildrenOfItsCallerNorInheritsItsSignals) {
-    crash();
     EXPECT_EQ(0, run("trap '' CHLD; (sleep 20; touch /data/waited) & exec " + tool()));
     EXPECT_FALSE(fs::exists("/data/waited"));
     EXPECT_THAT(log(), Contains("I Compression completed successfully."));
+    EXPECT_TRUE(dump_is_in(kArchive));
+    EXPECT_EQ(read_file(kPanicDir + "/aop_dump.tar.gz"), read_file(kNewLog + "/aop_dump.tar.gz"));
+    EXPECT_THAT(entries_in(unpack(kNewLog + ".tar.gz")), SizeIs(3));
 }
 
 TEST_F(RunTest, DiesOfCtrlCBeforeTheErase) {
