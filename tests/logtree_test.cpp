@@ -15,13 +15,7 @@ namespace {
 const std::string kDir = kLogTree + "/";
 const std::string kLastDump = "/dev/__properties__/vendor.qv_dump.last_dump";
 
-class LogtreeTest : public DeviceTest {
-  protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        fs::create_directories(kDir);
-    }
-};
+using LogtreeTest = DeviceTest;
 
 }  // namespace
 
@@ -48,7 +42,7 @@ TEST_F(LogtreeTest, MakesDirectoriesThatOwnerAndGroupCanUse) {
 
 TEST_F(LogtreeTest, CountsLogsThenRemovesOldOnesAndTrashAndPacksTheRest) {
     // A tmpfs lists entries in creation order or its reverse: the largest number is in the middle.
-    shell("mount -t tmpfs test " + kDir);
+    shell("mkdir -p " + kDir + "; mount -t tmpfs test " + kDir);
     make_entries(kDir, {"QVpanic_a", "QVpanic_9_a_b", "QVpanic_9a_t", "QVboot_99_t/file",
                         ".hidden/file", "QVpanic_3_t.tar.gz", "QVpanic_008_t.tar.gz",
                         "QVpanic_6_t/file", "QVpanic_7_target/", "QVpanic_0_t.tar.gz"});
