@@ -1,7 +1,6 @@
 #include "device_fixture.h"
 #include "extraction/archive_retention.h"
 #include "extraction/partition_access.h"
-#include "extraction/restart_reason.h"
 
 using namespace testing;
 
@@ -11,9 +10,6 @@ TEST_F(ExtractionTest, ReadsZerosPastTheEndAndReportsAMissingFile) {
     write_file("/data/file", std::string("ab\0\x7f\x80\xff", 6));
     EXPECT_EQ("007f80ff00", read_raw("/data/file", 2, 5));
     EXPECT_EQ(std::string("b\0\x7f\x80\xff\0\0", 7), byte_read_ascii_str("/data/file", 1, 7));
-    unsigned char buffer[] = {1, 2, 3, 4};
-    byte_read_raw("/data/file", 3, 3, buffer);
-    EXPECT_THAT(buffer, ElementsAre(0x7f, 0x80, 0xff, 4));
     EXPECT_EQ("", read_raw("/data/missing", 0, 2));
     EXPECT_THAT(log(), ElementsAre("I Failed to open file: /data/missing"));
 }
@@ -33,14 +29,6 @@ TEST_F(ExtractionTest, ReadsEachBlockOverTheOneBeforeAndWritesItWhole) {
         dump_dd("/data/source", "/data/copy", block_size, count, skip);
         EXPECT_EQ(expected, read_file("/data/copy"));
     }
-}
-
-TEST_F(ExtractionTest, DoesNotPublishARestartReasonThatIsTooLong) {
-    write_file(kTmpDir + "/MD_RESTARTINFO.BIN", std::string(101, 'r'));
-    get_restart_info();
-    const std::string reason(100, 'r');
-    EXPECT_THAT(log(), ElementsAre("I restart_info = " + reason));
-    EXPECT_THAT(journal(), ElementsAre("refused vendor.restart_reason=" + reason));
 }
 
 TEST_F(ExtractionTest, KeepsTheTwoArchivesWhoseNamesSortLast) {

@@ -57,19 +57,22 @@ TEST_F(ImageTest, WritesNewFilesOnly) {
     write_file("/data/content", "1");
     EXPECT_EQ(0, image_tool("make image a=content"));
     EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
-    EXPECT_EQ(2, image_tool("make other A_NAME_OF_21_LETTERS_=content"));
     make_entries("/data", {"new/", "old/.hidden", "fixed/"});
     shell("mount -t tmpfs -o ro test /data/fixed");
     EXPECT_EQ(0, image_tool("extract image new"));
     EXPECT_EQ("1", read_file("/data/new/a"));
-    const std::pair<std::string, std::string> refused[] = {
-            {"make content", "content exists already"},
-            {"extract image old", "cannot extract to old: it is not empty"},
-            {"extract image content", "cannot extract to content: "},
-            {"extract image fixed", "cannot write fixed/a.damaged: "},
-            {"show image >&-", "cannot write standard output: "}};
-    for (const auto& [arguments, error] : refused) {
-        EXPECT_EQ(1, image_tool(arguments));
+    const std::tuple<int, std::string, std::string> refused[] = {
+            {1, "make content", "content exists already"},
+            {1, "make other a=missing", "cannot read missing: "},
+            {2, "make other A_NAME_OF_21_LETTERS_=content",
+             "not NAME=FILE, NAME up to 20 bytes: A"},
+            {1, "extract image old", "cannot extract to old: it is not empty"},
+            {1, "extract image content", "cannot extract to content: "},
+            {1, "extract image fixed", "cannot write fixed/a.damaged: "},
+            {1, "show image >&-", "cannot write standard output: "},
+            {2, "show", "wrong arguments; try --help"}};
+    for (const auto& [status, arguments, error] : refused) {
+        EXPECT_EQ(status, image_tool(arguments));
         EXPECT_THAT(errors(), ElementsAre(StartsWith(error)));
     }
     EXPECT_EQ("1", read_file("/data/content"));

@@ -24,10 +24,10 @@ TEST_F(LogtreeTest, RejectsABadType) {
     EXPECT_EQ(-22, prepare_type_log_and_dir(5));
     clean_type_log_and_dir(5);
     copy_panic_log(5);
-    const std::string error = ": error core_log_type: 5";
-    EXPECT_THAT(log(), ElementsAre("E create_type_new_qv_log_dir" + error,
-                                   "E prepare_type_log_and_dir" + error,
-                                   "E clean_type_log_and_dir" + error, "E copy_panic_log" + error));
+    EXPECT_THAT(log(), ElementsAre("E create_type_new_qv_log_dir: error core_log_type: 5",
+                                   "E prepare_type_log_and_dir: error core_log_type: 5",
+                                   "E clean_type_log_and_dir: error core_log_type: 5",
+                                   "E copy_panic_log: error core_log_type: 5"));
 }
 
 TEST_F(LogtreeTest, MakesDirectoriesThatOwnerAndGroupCanUse) {

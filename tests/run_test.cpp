@@ -11,7 +11,7 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
                                      {"md_KCONSOLE.BIN", "\1console\2"},
                                      {"md_A_NAME_OF_20_CHAR", ""},
                                      {"md_XBL_LOG.BIN", "log"},
-                                     {"MD_RESTARTINFO.BIN", "panic"}},
+                                     {"MD_RESTARTINFO.BIN", std::string(101, 'r')}},
                                     1 << 20);
     put_number(image, 36, 8, 0x8fff);                   // less than where the regions lie
     put_number(image, kRecord + 4, 8, 0xa00000008000);  // the high half is ORed: 0xa000
@@ -31,7 +31,7 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
                             "set vendor.qv_dump.last_dump=panic_log_2024-01-07-09-05-03",
                             "set vendor.qv_dump.exist=1",
                             "set vendor.minidump.last_file=minidump_2024-01-07-09-05-03.tar.gz",
-                            "set vendor.restart_reason=panic",
+                            "refused vendor.restart_reason=" + std::string(100, 'r'),
                             "set vendor.minidump.files=minidump_2024-01-07-09-05-03.tar.gz",
                             "set vendor.qv_dump.last_panic_log=QVpanic_0_2024-01-07-09-05-03",
                             "set vendor.minidump.cp.status=1"));
@@ -129,8 +129,6 @@ struct Fault {
     Lines logged;
     bool packed = true;
 };
-
-void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.name; }
 
 class RunWithFault : public DeviceTest, public WithParamInterface<Fault> {};
 

@@ -64,6 +64,8 @@ TEST_F(StagingTest, CopiesExactlyTheSelectionInItsOrder) {
     EXPECT_EQ("load.cmm", read_file(work_dir + "/aop_dump/load.cmm"));
     const Lines records = log();  // two before the copies, and two after them
     EXPECT_EQ(copied, Lines(records.begin() + 2, records.end() - 2));
+    EXPECT_EQ(1, copyFilesWithMatchingName("/data/missing", "/data", "a"));
+    EXPECT_THAT(log().back(), StartsWith("I Filesystem error: "));
 }
 
 TEST_F(StagingTest, DeletesThePanicDirectoriesModifiedFirst) {
