@@ -1,5 +1,5 @@
 #!/bin/sh
-# The work of a run as a shell script, for the virtual device: the same external commands, and plain
+# The work of a run as a shell script, for the virtual device: the same kinds of command, and plain
 # dd and cp for the copies. The benchmark compares the tool with it.
 set -e
 minidump_dir=/data/vendor/minidump

@@ -1,4 +1,4 @@
-// One run: turns the crash partition into files that engineers can collect, and erases it.
+// One run: turns the minidump partition into files that engineers can collect, and erases it.
 //
 // Contract: the properties, which other services read, and the log lines with their severities, all
 // in this order. Here and in staging/ a log line about an error is INFO, too. Almost no error stops

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs tests on a loop device as the crash partition:
+# Runs tests on a loop device as the minidump partition:
 # loop_device.sh [OPTION OF virtual_device]... TEST_PROGRAM [ARGUMENT]...
 # Status 77 (skipped) where the machine has none. Also fails when the device's node was replaced.
 set -euo pipefail

@@ -49,17 +49,17 @@ std::vector<Region> sample_regions() {
             "\1\2[    0.000000] Booting Linux\n"
             "[   41.120774] Unable to handle kernel NULL pointer dereference\n"
             "[   41.120803] Kernel panic - not syncing: Fatal exception\n";
-    const auto ram = [](size_t size, char seed) {
+    const auto bytes_of = [](size_t size, char seed) {
         std::string bytes(size, '\0');
         std::generate(bytes.begin(), bytes.end(), [&seed] { return seed = seed * 5 + 1; });
         return bytes;
     };
     return {{"md_KCONSOLE.BIN", console},
             {"MD_RESTARTINFO.BIN", "kernel_panic" + std::string(88, '\0')},
-            {"md_MSGRAM0.BIN", ram(20480, 1)},
-            {"md_CODERAM.BIN", ram(65536, 3)},
-            {"md_TZ_DIAG.BIN", ram(8192, 5)},
-            {"md_XBL_LOG.BIN", "boot log\n"},
-            {"md_OTHER.BIN", ram(2048, 7)},
+            {"md_MSGRAM0.BIN", bytes_of(20480, 1)},
+            {"md_CODERAM.BIN", bytes_of(65536, 3)},
+            {"md_TZ_DIAG.BIN", bytes_of(8192, 5)},
+            {"md_XBL_LOG.BIN", "text\n"},
+            {"md_OTHER.BIN", bytes_of(2048, 7)},
             {"load.cmm", "text\n"}};
 }

@@ -26,7 +26,7 @@ struct Image {
     uint64_t size = 0;                 // bytes
     uint64_t dump_size = 0;            // as in the header, bytes
     uint64_t region_count = 0;         // as in the header
-    std::vector<RegionEntry> regions;  // those that a run can know and the image contains
+    std::vector<RegionEntry> regions;  // those whose entries a run reads and the image contains
     Status status = kSuccess;          // or kInconsistent; kFailed when its archive is damaged, so
                                        // that any byte may be wrong
     std::string problem;               // then what is the matter, and what to do next

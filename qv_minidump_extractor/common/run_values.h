@@ -7,8 +7,8 @@
 // The block device with the minidump.
 extern const std::string logdump_partition_path;
 
-// The working directory, without a trailing "/": contains the header copy, the dump image, the tmp
-// directory and the archive. Empty until main has read its arguments.
+// The working directory, as the command line names it: contains the header copy, the dump image,
+// the tmp directory and the archive. Empty until main has read its arguments.
 extern std::string work_dir;
 
 // The number of region entries, as the header gives it; may be negative or larger than the table.

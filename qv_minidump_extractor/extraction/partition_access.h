@@ -26,8 +26,8 @@ std::string read_raw(const std::string& path, std::streampos position, int32_t l
 std::string byte_read_ascii_str(const std::string& path, std::streampos position, int64_t length);
 
 // Returns the 32-bit number that the text of read_raw gives in little-endian order. Byte j goes to
-// bit 8 * (j % 4), so the high half of an eight-byte field is ORed onto its low half. A pair that
-// is not hexadecimal, and every pair after it, counts as 0. Returns 0 for an empty text.
+// bit 8 * (j % 4), so the high half of an eight-byte field is ORed onto its low half. What is not
+// hexadecimal, and all after it, counts as 0. Returns 0 for an empty text.
 uint32_t unsigned_hex2dec(const std::string& text);
 
 // Copies `count` blocks of `block_size` bytes from the file `source`, from byte `skip` on, to the

@@ -1,10 +1,10 @@
-// The log types and the naming of log directories. /mnt/vendor/qv_log/ contains a directory for
+// The log types and the naming of log directories. /mnt/vendor/qv_log/ has room for a directory for
 // each type, and each of these contains numbered, dated log directories and their archives.
 //
 // The functions of this subsystem throw std::filesystem::filesystem_error when a directory cannot
 // be listed or a mode cannot be set, std::invalid_argument when the number in a log's name is
 // empty, and std::out_of_range when it exceeds INT64_MAX. Nothing in the tool catches these, so
-// they abort the run. Other failures are returned, or only logged.
+// they abort the run. Other failures are returned, logged or ignored.
 #pragma once
 
 #include <array>
