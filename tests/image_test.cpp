@@ -131,7 +131,9 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
     EXPECT_EQ(1, image_tool("extract short lines"));
     EXPECT_THAT(errors(), ElementsAre("md_CODERAM.BIN: 30368 of 65536 bytes",
                                       "regions of which the image contains no byte: 4", _));
-    EXPECT_EQ(1, image_tool("cat wrong_sum md_KCONSOLE.BIN <&-"));
+    EXPECT_EQ(1, image_tool("extract short closed md_CODERAM.BIN <&- 2>&-"));
+    EXPECT_EQ(30368, fs::file_size("/data/closed/md_CODERAM.BIN.damaged"));  // and no message in it
+    EXPECT_EQ(1, image_tool("cat wrong_sum md_KCONSOLE.BIN"));
     EXPECT_EQ(sample_regions()[0].content, read_file(out_));
     EXPECT_EQ(sample_regions()[3].content, read_file("/data/of_sound:1/md_CODERAM.BIN"));
     shell("cd /data; mkdir full; mount -t tmpfs -o size=4k test full");

@@ -54,7 +54,7 @@ TEST_F(StagingTest, CopiesExactlyTheSelectionInItsOrder) {
     }
     work_dir = "/data/other";
     make_entries(work_dir + "/tmp", selection);
-    make_entries(work_dir + "/tmp", {"load.cmm.old", "xload.cmm", "load.cm"});
+    make_entries(work_dir + "/tmp", {"load.cmm.old", "xload.cmm", "load.cm", "md_MSGRAM16.BIN"});
     fs::rename(work_dir + "/tmp/load.cmm", "/data/load.cmm");
     fs::create_symlink("/data/load.cmm", work_dir + "/tmp/load.cmm");
     write_file(work_dir + "/aop_dump/load.cmm", "an older and longer file");
