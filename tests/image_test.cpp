@@ -23,7 +23,7 @@ class ImageTest : public DeviceTest {
 TEST_F(ImageTest, EscapesNames) {
     std::vector<Region> regions = {{"", ""}};
     for (const char* name :
-         {"../up", "a", "a", "\x1b[2J \xff\\", "a.damaged", "A_NAME_OF_20_LETTERS"}) {
+         {"../up", "a", "a", "-\x1b[2J \"\xff\\", "a.damaged", "A_NAME_OF_20_LETTERS"}) {
         regions.push_back({name, std::to_string(regions.size())});
     }
     write_file("/data/image", build_image(regions, 0));
@@ -35,17 +35,17 @@ TEST_F(ImageTest, EscapesNames) {
                             "    2  \\x2e.\\x2fup                  40960             1",
                             "    3  a                            45056             1",
                             "    4  a                            49152             1",
-                            "    5  \\x1b[2J\\x20\\xff\\x5c          53248             1",
+                            "    5  \\x2d\\x1b[2J\\x20\\x22\\xff\\x5c         53248             1",
                             "    6  a.damaged                    57344             1",
                             "    7  A_NAME_OF_20_LETTERS         61440             1"));
     EXPECT_EQ(0, image_tool("extract image all"));
     EXPECT_THAT(errors(), ElementsAre("regions of which the image contains no byte: 1"));
     EXPECT_THAT(entries_in("/data/all"),
-                ElementsAre("A_NAME_OF_20_LETTERS", "\\x1b[2J\\x20\\xff\\x5c", "\\x2e.\\x2fup",
-                            "region_of_table_entry_3_a", "region_of_table_entry_4_a",
-                            "region_of_table_entry_6_a.damaged"));
+                ElementsAre("A_NAME_OF_20_LETTERS", "\\x2d\\x1b[2J\\x20\\x22\\xff\\x5c",
+                            "\\x2e.\\x2fup", "region_of_table_entry_3_a",
+                            "region_of_table_entry_4_a", "region_of_table_entry_6_a.damaged"));
     EXPECT_EQ("3", read_file("/data/all/region_of_table_entry_4_a"));
-    EXPECT_EQ(0, image_tool("extract image some ../up 3 '\\x1b[2J\\x20\\xff\\x5c'"));
+    EXPECT_EQ(0, image_tool("extract image some ../up 3 3 '\\x2d\\x1b[2J\\x20\\x22\\xff\\x5c'"));
     EXPECT_THAT(entries_in("/data/some"), SizeIs(3));
     EXPECT_EQ(0, image_tool("cat image 7"));
     EXPECT_EQ("6", read_file(out_));
@@ -94,7 +94,7 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
     write_file("/data/text", std::string(64, 'b'));
     write_file("/data/zeros", std::string(64, '\0'));
     shell("cd /data; tar -c minidump.bin | gzip >sound:1; tar -c local | gzip >other; "
-          "head -c 600 sound:1 >cut; head -c 100000 minidump.bin >short; "
+          "head -c 600 sound:1 >cut; head -c 99 cut >head; head -c 100000 minidump.bin >short; "
           "toybox mkfifo fifo");
     std::string archive = read_file("/data/sound:1");
     archive[archive.size() - 8] ^= 1;
@@ -105,9 +105,9 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
             {"sound:1", 0, 0, 8, 0, ""},
             {"wrong_sum", 1, 1, 0, 8, "wrong_sum is damaged: get it again"},
             {"cut", 1, 1, 0, 2, "cut is damaged: get it again"},
+            {"head", 1, 1, 0, 0, "head is damaged: get it again"},
             {"other", 1, 1, 0, 0,
-             "other is damaged (get it again) or no dump archive (a panic log's is unpacked with "
-             "tar)"},
+             "other is no dump archive: unpack it by hand (a panic log's with tar)"},
             {"short", 3, 1, 3, 1,
              "the image has 100000 of the dump's 155648 bytes: was it copied whole?"},
             {"few", 3, 1, 0, 0, beyond},

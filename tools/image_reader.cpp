@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 using android::base::StringPrintf;
 
@@ -17,18 +18,32 @@ namespace {
 
 constexpr size_t kBlockSize = size_t{1} << 20;  // bytes that are read at once
 
+// What is the matter with the image, and what to do next.
+std::string problem;
+
+// Says so last of all, however the program ends.
+void report_problem() {
+    std::fflush(stdout);
+    if (!problem.empty()) {
+        warnx("%s", problem.c_str());
+    }
+}
+
 // Replaces a dump archive by the dump image in it, as far as that can be unpacked. Returns whether
 // that went without error; tar and gzip report errors.
 bool unpack(Image& image, const char* path) {
     const char* directory = std::getenv("TMPDIR");
-    TemporaryFile file(directory ? directory : "/var/tmp");
+    TemporaryFile file(directory && *directory ? directory : "/var/tmp");
     if (file.fd == -1) {
         err(kFailed, "cannot write %s (set TMPDIR to another directory)", file.path);
     }
     unlink(file.path);  // err() runs no destructor
     // As standard input, since tar looks for a file whose name contains a colon on another machine.
-    const std::string command = "tar -xzOf - minidump.bin </dev/fd/" + std::to_string(image.file);
-    FILE* const tar = popen(command.c_str(), "r");
+    const std::string input = " </dev/fd/" + std::to_string(image.file);
+    FILE* const tar = popen(("tar -xzOf - minidump.bin" + input).c_str(), "r");
+    if (tar == nullptr) {
+        err(kFailed, "cannot run tar");
+    }
     const bool shows_progress = isatty(STDERR_FILENO) == 1;
     std::string block(kBlockSize, '\0');
     uint64_t done = 0;
@@ -38,15 +53,13 @@ bool unpack(Image& image, const char* path) {
         }
         done += size;
         if (shows_progress) {
-            std::fprintf(stderr, "\r%ju MiB unpacked", done >> 20);
+            std::fprintf(stderr, "%ju MiB unpacked\r", done >> 20);
         }
     }
-    std::fputs(shows_progress ? "\r\x1b[K" : "", stderr);  // clears the line
+    std::fputs(shows_progress ? "\x1b[K" : "", stderr);  // clears the line
     const bool is_whole = pclose(tar) == 0;
-    if (done == 0) {
-        errx(kFailed,
-             "%s is damaged (get it again) or no dump archive (a panic log's is unpacked with tar)",
-             path);
+    if (done == 0 && std::system(("gzip -t" + input).c_str()) == 0) {
+        errx(kFailed, "%s is no dump archive: unpack it by hand (a panic log's with tar)", path);
     }
     image.file.reset(file.release());
     return is_whole;
@@ -76,9 +89,9 @@ std::string problem_of(const Image& image, const std::string& hint) {
         return StringPrintf("the image has %ju of the dump's %ju bytes: was it copied whole?",
                             image.size, image.dump_size);
     }
-    const auto is_complete = [](const RegionEntry& region) { return region.is_complete(); };
+    const auto is_beyond = [](const RegionEntry& region) { return region.available < region.size; };
     if (image.regions.size() < image.region_count ||
-        !std::all_of(image.regions.begin(), image.regions.end(), is_complete)) {
+        std::any_of(image.regions.begin(), image.regions.end(), is_beyond)) {
         return "the table is damaged: regions extend beyond the end of the image";
     }
     return image.regions.empty() ? "the table is set, but contains no regions" : "";
@@ -87,6 +100,7 @@ std::string problem_of(const Image& image, const std::string& hint) {
 }  // namespace
 
 Image open_image(const char* path) {
+    std::atexit(report_problem);
     // Without O_CLOEXEC, since tar reads it, too. O_NONBLOCK: a fifo does not wait for a writer.
     Image image;
     image.file.reset(open(path, O_RDONLY | O_NONBLOCK));
@@ -97,7 +111,7 @@ Image open_image(const char* path) {
     const bool is_archive = std::string(magic, sizeof(magic)) == "\x1f\x8b";  // gzip's
     if (is_archive && !unpack(image, path)) {
         image.status = kFailed;
-        image.problem = StringPrintf("%s is damaged: get it again", path);
+        problem = StringPrintf("%s is damaged: get it again", path);
     }
     image.size = static_cast<uint64_t>(lseek(image.file, 0, SEEK_END));
     std::string head(std::min(image.size, uint64_t{kTableSpace}), '\0');
@@ -112,13 +126,13 @@ Image open_image(const char* path) {
     }
     read_table(image, head);
     if (image.status == kSuccess) {
-        image.problem = problem_of(image, hint);
-        image.status = image.problem.empty() ? kSuccess : kInconsistent;
+        problem = problem_of(image, hint);
+        image.status = problem.empty() ? kSuccess : kInconsistent;
     }
     return image;
 }
 
-void copy_region(const Image& image, const RegionEntry& region, int output) {
+bool copy_region(const Image& image, const RegionEntry& region, int output) {
     const std::string name = escaped(region.name);
     std::string block(kBlockSize, '\0');
     for (uint64_t done = 0; done < region.available; done += block.size()) {
@@ -126,19 +140,21 @@ void copy_region(const Image& image, const RegionEntry& region, int output) {
         const auto position = static_cast<off_t>(region.offset + done);
         if (!android::base::ReadFullyAtOffset(image.file, block.data(), block.size(), position) ||
             !android::base::WriteStringToFd(block, output)) {
-            err(kFailed, "cannot copy the region %s", name.c_str());
+            warn("cannot copy the region %s", name.c_str());
+            return false;
         }
     }
-    if (!region.is_complete()) {
+    if (region.available < region.size) {
         warnx("%s: %ju of %ju bytes", name.c_str(), region.available, region.size);
     }
+    return region.available == region.size;
 }
 
 std::string escaped(const std::string& name) {
     std::string text = name.empty() ? "\"\"" : "";
     for (const char byte : name) {
-        const bool is_safe = byte > ' ' && byte <= '~' && byte != '\\' && byte != '/' &&
-                             (byte != '.' || !text.empty());
+        const bool is_safe = byte > ' ' && byte <= '~' && std::strchr("\\/\"", byte) == nullptr &&
+                             (!text.empty() || (byte != '.' && byte != '-'));
         text += is_safe ? std::string(1, byte) : StringPrintf("\\x%02x", byte & 0xff);
     }
     return text;

@@ -18,7 +18,6 @@ struct RegionEntry {
     uint64_t offset;     // bytes from the start of the image
     uint64_t size;       // bytes
     uint64_t available;  // bytes of it that the image contains, from its start on
-    bool is_complete() const { return available == size; }
 };
 
 struct Image {
@@ -29,21 +28,21 @@ struct Image {
     std::vector<RegionEntry> regions;  // those whose entries a run reads and the image contains
     Status status = kSuccess;          // or kInconsistent; kFailed when its archive is damaged, so
                                        // that any byte may be wrong
-    std::string problem;               // then what is the matter, and what to do next
 };
 
 // Opens the image `path`, a file or block device, and reads its header and table. A dump archive is
 // unpacked to a temporary file first, as far as possible. Exits, with a message, with kFailed when
-// the image cannot be read, and with kNoDump when it contains no dump.
+// the image cannot be read, and with kNoDump when it contains no dump. When it is damaged or
+// inconsistent, the program's last message says how, and what to do next.
 Image open_image(const char* path);
 
 // Writes what the image contains of `region` to the open file `output`, in blocks of constant size.
-// Reports it when that is not all. Exits with kFailed when something cannot be read or written.
-void copy_region(const Image& image, const RegionEntry& region, int output);
+// Returns true when that is all of it; otherwise reports why not.
+bool copy_region(const Image& image, const RegionEntry& region, int output);
 
 // Returns a name from an image as it is safe to print and as a file's name: printable ASCII,
-// without spaces, slashes and a dot at the start. Other bytes become "\x1b" and the like, and an
-// empty name two quotation marks.
+// without spaces, slashes, quotation marks, and a dot or dash at the start. Other bytes become
+// "\x1b" and the like, and an empty name two quotation marks, so no two names become the same.
 std::string escaped(const std::string& name);
 
 // What the name of a file ends in while it is written, and for good when it may be wrong.

@@ -6,9 +6,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <numeric>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -38,15 +37,6 @@ exit status: 0  success
              4  the image contains no dump
 )";
 
-// Reports what is the matter with the image, last of all, and returns the exit status.
-Status finish(const Image& image, bool is_complete) {
-    std::fflush(stdout);
-    if (!image.problem.empty()) {
-        warnx("%s", image.problem.c_str());
-    }
-    return is_complete ? image.status : kFailed;
-}
-
 // Contract: the help says what scripts may read. scripts/bench does.
 Status show(const Image& image) {
     std::printf("image %ju bytes, dump %ju bytes, %ju regions\n", image.size, image.dump_size,
@@ -57,7 +47,7 @@ Status show(const Image& image) {
         std::printf("%5zu  %-20s  %12ju  %12ju%s\n", i + 1, escaped(name).c_str(), offset, size,
                     available < size ? "  (beyond the image)" : "");
     }
-    return finish(image, true);
+    return image.status;
 }
 
 // Returns the index of the region with the name `key`, as it is or as "show" prints it, or with
@@ -71,22 +61,19 @@ size_t find_region(const Image& image, const std::string& key) {
         }
     }
     if (found.size() != 1) {
-        warnx("%zu regions are called %s; \"show\" lists all", found.size(), key.c_str());
-        std::exit(finish(image, false));
+        errx(kFailed, "%zu regions are called %s; \"show\" lists all", found.size(), key.c_str());
     }
     return found[0];
 }
 
 Status cat(const Image& image, const std::string& key) {
     const RegionEntry& region = image.regions[find_region(image, key)];
-    copy_region(image, region, STDOUT_FILENO);
-    return finish(image, region.is_complete());
+    return copy_region(image, region, STDOUT_FILENO) ? image.status : kFailed;
 }
 
-// Writes region `index` to a file in `directory`, as far as the image contains it. Exits with
-// kFailed when something cannot be read or written.
-void extract_region(const Image& image, size_t index, const std::string& directory) {
-    const RegionEntry& region = image.regions[index];
+// Writes region `index` to a file in `directory`, as far as the image contains it. Returns whether
+// that is all of it. Exits with kFailed when the file cannot be made or closed.
+bool extract_region(const Image& image, size_t index, const std::string& directory) {
     const std::string path = directory + "/" + file_name(image.regions, index);
     const std::string damaged = path + kDamaged;
     android::base::unique_fd file(
@@ -94,19 +81,22 @@ void extract_region(const Image& image, size_t index, const std::string& directo
     if (file == -1) {
         err(kFailed, "cannot write %s", damaged.c_str());
     }
-    copy_region(image, region, file);
-    const bool is_right = region.is_complete() && image.status != kFailed;
+    const bool is_complete = copy_region(image, image.regions[index], file);
+    const bool is_right = is_complete && image.status != kFailed;
     if (close(file.release()) != 0 || (is_right && rename(damaged.c_str(), path.c_str()) != 0)) {
         err(kFailed, "cannot write %s", path.c_str());
     }
+    return is_complete;
 }
 
 Status extract(const Image& image, const std::string& directory,
                const std::vector<std::string>& keys) {
-    std::vector<size_t> indices(keys.empty() ? image.regions.size() : 0);
-    std::iota(indices.begin(), indices.end(), 0);
+    std::set<size_t> indices;
+    for (size_t i = 0; keys.empty() && i < image.regions.size(); ++i) {
+        indices.insert(i);
+    }
     for (const std::string& key : keys) {
-        indices.push_back(find_region(image, key));
+        indices.insert(find_region(image, key));
     }
     std::error_code error;
     std::filesystem::create_directory(directory, error);
@@ -117,17 +107,15 @@ Status extract(const Image& image, const std::string& directory,
     bool is_complete = true;
     size_t absent = 0;
     for (const size_t index : indices) {
-        is_complete &= image.regions[index].is_complete();
-        if (image.regions[index].available == 0) {
-            ++absent;
-        } else {
-            extract_region(image, index, directory);
-        }
+        const RegionEntry& region = image.regions[index];
+        absent += region.available == 0 ? 1 : 0;
+        is_complete &=
+                region.available == 0 ? region.size == 0 : extract_region(image, index, directory);
     }
     if (absent > 0) {
         warnx("regions of which the image contains no byte: %zu", absent);
     }
-    return finish(image, is_complete);
+    return is_complete ? image.status : kFailed;
 }
 
 Status make(const std::string& path, const std::vector<std::string>& arguments) {
