@@ -60,14 +60,12 @@ TEST_F(ImageTest, WritesNewFilesOnly) {
     make_entries("/data", {"new/", "old/.hidden", "fixed/"});
     shell("mount -t tmpfs -o ro test /data/fixed");
     EXPECT_EQ(0, image_tool("extract image new"));
-    EXPECT_EQ("1", read_file("/data/new/a"));
     const std::tuple<int, std::string, std::string> refused[] = {
             {1, "make content", "content exists already"},
             {1, "make other a=missing", "cannot read missing: "},
             {2, "make other A_NAME_OF_21_LETTERS_=content",
              "not NAME=FILE, NAME up to 20 bytes: A"},
             {1, "extract image old", "cannot extract to old: it is not empty"},
-            {1, "extract image content", "cannot extract to content: "},
             {1, "extract image fixed", "cannot write fixed/a.damaged: "},
             {1, "show image >&-", "cannot write standard output: "},
             {2, "show", "wrong arguments; try --help"}};

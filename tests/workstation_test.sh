@@ -25,9 +25,11 @@ for root in "" / /proc/self/root; do
         bwrap --ro-bind / / host/virtual_device "$root" toybox true
 done
 
-# A device has the time zone of TZ, and nothing else of the caller's environment.
-expect 0 "+0300" env TZ=XXX-3 host/virtual_device "$work/a" date +%z
-expect 1 "" env HOSTS=1 host/virtual_device "$work/a" sh -c "env | grep HOSTS"
+# A new device has an empty partition, the time zone of TZ, and nothing else of the caller's
+# environment.
+expect 0 "+0300*16777216*none" env TZ=XXX-3 HOSTS=1 host/virtual_device "$work/a" \
+    sh -c 'date +%z; stat -c %s /dev/block/by-name/logdump; env | grep HOSTS || echo none'
+expect 125 "no such path: /none" host/virtual_device "$work/a" --bind /none sh
 
 # A device locks out others, even when its directory is removed, and ends with its caller.
 bash -c '"$@"; true' - host/virtual_device "$work/a" sh -c 'echo >/data/started; sleep 60' &
@@ -38,21 +40,26 @@ kill $!
 flock -w 10 "$work/a.lock" true || fail "a device runs on without its caller"
 
 expect 2 "the directory is not empty: $work" scripts/demo --output "$work"
-[ -e "$work/a.lock" ] || fail "a demo removed files of others"
+expect 2 "no file or block device: /none" scripts/demo /none
 
-shown="Compression completed*restart_reason=kernel_panic*zeros: 159744*Fatal exception*extract"
-expect 0 "$shown" scripts/demo --output "$work/b"
-archive=$(echo "$work"/b/data/vendor/minidump/minidump_*.tar.gz)
-expect 0 "all zeros: 159744 bytes" scripts/demo --output "$work/c" "$archive"
+expect 0 "== building*== the image*md_OTHER*== copying*== the run*Compression completed*exit status 0*\
+== the properties*restart_reason=kernel_panic*== the partition*zeros: 159744*== the kernel console*\
+Fatal exception*== the device's files*QVpanic*all regions*extract*sample.img DIRECTORY" scripts/demo
+archive=$work/archive
+cp build/demo/data/vendor/minidump/minidump_*.tar.gz "$archive"
+expect 0 "all zeros: 159744 bytes" scripts/demo --output "$work/b" "$archive"
+expect 11 "packed*exit status 11*none*not erased*none" scripts/demo README.md  # in the same directory
+[[ $(scripts/demo README.md) != *"all regions"* ]] || fail "regions without a dump"
 
 # What a run could fill the disk with does not get to it.
 head -c 1000 "$archive" >"$work/damaged"
-expect 2 "damaged: get it again*not run" scripts/demo --output "$work/d" "$work/damaged"
-head -c 1000 build/sample.img >"$work/short"
-expect 2 "copied whole*not run" scripts/demo --output "$work/d" "$work/short"
-expect 0 "" rmdir "$work/d"
+expect 2 "damaged: get it again*not run" scripts/demo --output "$work/c" "$work/damaged"
+build/release/minidump_image make "$work/short"
+truncate -s 1000 "$work/short"
+expect 2 "copied whole*not run" scripts/demo --output "$work/c" "$work/short"
+expect 0 "" rmdir "$work/c"
 
 # How far it is shows on a terminal only.
-show=(build/release/minidump_image show "$archive")
-expect 0 "MiB unpacked" script -qec "${show[*]}" /dev/null
-[[ $("${show[@]}" 2>&1) != *unpacked* ]] || fail "progress without a terminal"
+show="build/release/minidump_image show $archive"
+expect 0 "MiB unpacked" script -qec "$show" /dev/null
+[[ $($show 2>&1) != *unpacked* ]] || fail "progress without a terminal"
