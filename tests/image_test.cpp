@@ -122,9 +122,8 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
         fs::create_directory("/data/of_" + file);
         EXPECT_EQ(extracted, image_tool("extract " + file + " of_" + file));
         EXPECT_TRUE(error.empty() || errors().back() == error);
-        const Lines names = entries_in("/data/of_" + file);
-        EXPECT_THAT(names, SizeIs(whole + damaged));
-        EXPECT_THAT(names, Contains(EndsWith(".damaged")).Times(damaged));
+        EXPECT_THAT(entries_in("/data/of_" + file),
+                    AllOf(SizeIs(whole + damaged), Contains(EndsWith(".damaged")).Times(damaged)));
     }
     EXPECT_EQ(1, image_tool("extract short lines"));
     EXPECT_THAT(errors(), ElementsAre("md_CODERAM.BIN: 30368 of 65536 bytes",
