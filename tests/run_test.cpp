@@ -13,7 +13,7 @@ TEST_F(RunTest, DoesTheWholeJobInOrder) {
                                      {"md_XBL_LOG.BIN", "log"},
                                      {"MD_RESTARTINFO.BIN", std::string(101, 'r')}},
                                     1 << 20);
-    put_number(image, 36, 8, 0x8fff);                   // less than where the regions lie
+    put_number(image, 36, 8, 0x8f00);                   // less than where the regions lie
     put_number(image, kRecord + 4, 8, 0xa00000008000);  // the high half is ORed: 0xa000
     put_number(image, kRecord + 12, 8, 0x600000004);    // and here 6
     put_number(image, 4 * kRecord + 4, 8, 0x80000000);  // and this gives zeros
