@@ -47,19 +47,19 @@ TEST_F(ImageTest, EscapesNames) {
     EXPECT_EQ("3", read_file("/data/all/region_of_table_entry_4_a"));
     EXPECT_EQ(0, image_tool("extract image some ../up 3 3 '\\x2d\\x1b[2J\\x20\\x22\\xff\\x5c'"));
     EXPECT_THAT(entries_in("/data/some"), SizeIs(3));
-    EXPECT_EQ(0, image_tool("cat image 7"));
-    EXPECT_EQ("6", read_file(out_));
     EXPECT_EQ(1, image_tool("cat image a"));
     EXPECT_THAT(errors(), ElementsAre("2 regions are called a; \"show\" lists all"));
 }
 
 TEST_F(ImageTest, WritesNewFilesOnly) {
-    write_file("/data/content", "1");
+    const std::string content = std::string(1 << 20, '1') + "2";  // more than is read at once
+    write_file("/data/content", content);
     EXPECT_EQ(0, image_tool("make image a=content"));
-    EXPECT_EQ(read_file("/data/image"), build_image({{"a", "1"}}, 1 << 20));
+    EXPECT_TRUE(read_file("/data/image") == build_image({{"a", content}}, 1 << 20));
     make_entries("/data", {"new/", "old/.hidden", "fixed/"});
     shell("mount -t tmpfs -o ro test /data/fixed");
     EXPECT_EQ(0, image_tool("extract image new"));
+    EXPECT_TRUE(content == read_file("/data/new/a"));
     const std::tuple<int, std::string, std::string> refused[] = {
             {1, "make content", "content exists already"},
             {1, "make other a=missing", "cannot read missing: "},
@@ -73,7 +73,7 @@ TEST_F(ImageTest, WritesNewFilesOnly) {
         EXPECT_EQ(status, image_tool(arguments));
         EXPECT_THAT(errors(), ElementsAre(StartsWith(error)));
     }
-    EXPECT_EQ("1", read_file("/data/content"));
+    EXPECT_TRUE(content == read_file("/data/content"));
     EXPECT_THAT(entries_in("/data/old"), ElementsAre(".hidden"));
 }
 
@@ -121,7 +121,7 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
         EXPECT_EQ(errors(), error.empty() ? Lines() : Lines{error});
         fs::create_directory("/data/of_" + file);
         EXPECT_EQ(extracted, image_tool("extract " + file + " of_" + file));
-        EXPECT_TRUE(error.empty() || errors().back() == error);
+        EXPECT_EQ(error, errors().empty() ? "" : errors().back());
         EXPECT_THAT(entries_in("/data/of_" + file),
                     AllOf(SizeIs(whole + damaged), Contains(EndsWith(".damaged")).Times(damaged)));
     }
@@ -130,9 +130,8 @@ TEST_F(ImageTest, SaysWhatIsWrongAndNamesDamagedFiles) {
                                       "regions of which the image contains no byte: 4", _));
     EXPECT_EQ(1, image_tool("extract short closed md_CODERAM.BIN <&- 2>&-"));
     EXPECT_EQ(30368, fs::file_size("/data/closed/md_CODERAM.BIN.damaged"));  // and no message in it
-    EXPECT_EQ(1, image_tool("cat wrong_sum md_KCONSOLE.BIN"));
+    EXPECT_EQ(1, image_tool("cat wrong_sum 1"));
     EXPECT_EQ(sample_regions()[0].content, read_file(out_));
-    EXPECT_EQ(sample_regions()[3].content, read_file("/data/of_sound:1/md_CODERAM.BIN"));
     shell("cd /data; mkdir full; mount -t tmpfs -o size=4k test full");
     EXPECT_EQ(1, image_tool("show sound:1", "full"));
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("(set TMPDIR to another directory): No space")));

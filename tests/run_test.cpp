@@ -76,6 +76,7 @@ TEST_F(RunTest, EndsWithoutADump) {
     EXPECT_THAT(journal(), IsEmpty());
     EXPECT_TRUE(partition_is_untouched());
     EXPECT_THAT(entries_in(kMinidumpDir), ElementsAre("aop_dump/", "tmp/"));
+    crash();
     EXPECT_EQ(11, run(tool("logdump /data/missing")));
 }
 

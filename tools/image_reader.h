@@ -36,7 +36,7 @@ struct Image {
 // inconsistent, the program's last message says how, and what to do next.
 Image open_image(const char* path);
 
-// Writes what the image contains of `region` to the open file `output`, in blocks of constant size.
+// Writes what the image contains of `region` to the open file `output`, in blocks of up to 1 MiB.
 // Returns true when that is all of it; otherwise reports why not.
 bool copy_region(const Image& image, const RegionEntry& region, int output);
 

@@ -33,7 +33,7 @@ to TMPDIR, by default /var/tmp.
 exit status: 0  success
              1  something cannot be read or written, or a region is incomplete or missing
              2  wrong arguments
-             3  inconsistent table; standard error says how
+             3  table and image do not agree; standard error says how
              4  the image contains no dump
 )";
 
