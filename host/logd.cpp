@@ -14,8 +14,10 @@
 // From <log/log_id.h>, which does not say so in C++ everywhere.
 extern "C" const char* android_log_id_to_name(log_id_t log_id);
 
+namespace {
+
 template <typename Record>
-static void write_lines(const Record& record, const char* message) {
+void write_lines(const Record& record, const char* message) {
     const std::time_t now = std::time(nullptr);
     const int severity = record.priority;
     std::ofstream records("/dev/log/records", std::ios::app);
@@ -25,6 +27,8 @@ static void write_lines(const Record& record, const char* message) {
                 << "??VDIWEFS"[severity] << " " << record.tag << ": " << line << "\n";
     }
 }
+
+}  // namespace
 
 #ifdef LOG_ID_DEFAULT  // only in the liblog of Debian 12, which is older than API level 30's
 void __android_log_logd_logger(const __android_logger_data* record, const char* message) {
