@@ -1,7 +1,8 @@
 #!/bin/bash
 # Runs tests on a loop device as the minidump partition:
 # loop_device.sh [OPTION OF virtual_device]... TEST_PROGRAM [ARGUMENT]...
-# Status 77 (skipped) where the machine has none. Also fails when the device's node was replaced.
+# Status 77 (skipped) where the machine has none. Also fails when the device's node was replaced, or
+# nothing was written to it.
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 device='' work=$(mktemp -d)
